@@ -76,9 +76,16 @@ private slots:
     void copySharesConnection();
 
 private:
-    QString addGenerated(const QList<int> &rowCounts, int columns);
     QString addWithSql(const QString &sql);
-    QString sysFile(const QString &name) const;
+
+    QString addGenerated(const QList<int> &rowCounts, int columns)
+    {
+        return TestSupport::addGeneratedDatabase(*m_catalogue, rowCounts, columns);
+    }
+    QString sysFile(const QString &name) const
+    {
+        return TestSupport::systemDatabaseFile(*m_catalogue, name);
+    }
 
     TempCatalogue *m_catalogue = nullptr;
 };
@@ -95,21 +102,6 @@ void tst_DatabaseHandler::cleanup()
     DatabaseManager::destruct();
     delete m_catalogue;
     m_catalogue = nullptr;
-}
-
-QString tst_DatabaseHandler::sysFile(const QString &name) const
-{
-    return QDir(m_catalogue->sysDir()).filePath(name + QStringLiteral(".db"));
-}
-
-// Writes a generated database into the system directory and catalogues it.
-QString tst_DatabaseHandler::addGenerated(const QList<int> &rowCounts, int columns)
-{
-    const QString name = TestSupport::uniqueDatabaseName(QStringLiteral("gen"));
-    if (!TestSupport::writeGeneratedDatabase(sysFile(name), rowCounts, columns))
-        return QString();
-    DatabaseManager::instance()->reload();
-    return name;
 }
 
 QString tst_DatabaseHandler::addWithSql(const QString &sql)

@@ -63,6 +63,8 @@ void tst_Layout::exportedSymbols_data()
 
     QTest::newRow("DatabaseManager::m_pInstance")
             << QByteArray("_ZN8Database15DatabaseManager11m_pInstanceE");
+    QTest::newRow("DatabaseHandlerFactory::m_pInstance")
+            << QByteArray("_ZN8Database22DatabaseHandlerFactory11m_pInstanceE");
 }
 
 // Looks the mangled names up in the built library itself, as a host's dynamic linker would.

@@ -2,6 +2,10 @@
 
 #include "testsupport.h"
 
+#include <database/databasemanager.h>
+
+#include <QDir>
+
 #include <QStringList>
 
 namespace TestSupport {
@@ -40,6 +44,21 @@ QString uniqueDatabaseName(const QString &stem)
 {
     static int counter = 0;
     return stem + QStringLiteral("_") + QString::number(++counter);
+}
+
+QString systemDatabaseFile(const TempCatalogue &catalogue, const QString &name)
+{
+    return QDir(catalogue.sysDir()).filePath(name + QStringLiteral(".db"));
+}
+
+QString addGeneratedDatabase(const TempCatalogue &catalogue, const QList<int> &rowCounts,
+                             int columns)
+{
+    const QString name = uniqueDatabaseName(QStringLiteral("db"));
+    if (!writeGeneratedDatabase(systemDatabaseFile(catalogue, name), rowCounts, columns))
+        return QString();
+    Database::DatabaseManager::instance()->reload();
+    return name;
 }
 
 } // namespace TestSupport
