@@ -63,6 +63,12 @@ void tst_Layout::exportedSymbols_data()
 
     QTest::newRow("DatabaseManager::m_pInstance")
             << QByteArray("_ZN8Database15DatabaseManager11m_pInstanceE");
+    QTest::newRow("MemoryDatabaseManager::m_pInstance")
+            << QByteArray("_ZN8Database21MemoryDatabaseManager11m_pInstanceE");
+    QTest::newRow("MemoryDatabaseManager::doNext")
+            << QByteArray("_ZN8Database21MemoryDatabaseManager6doNextEv");
+    QTest::newRow("MemoryDatabaseManager::finishMarking")
+            << QByteArray("_ZN8Database21MemoryDatabaseManager13finishMarkingEv");
 }
 
 // Looks the mangled names up in the built library itself, as a host's dynamic linker would.
