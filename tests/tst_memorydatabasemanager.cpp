@@ -1,6 +1,7 @@
 #include <database/memorydatabasemanager.h>
 
 #include "testsupport.h"
+#include "warningcatcher.h"
 
 #include <QtTest>
 
@@ -10,6 +11,7 @@
 #include <QSqlRecord>
 
 using Database::MemoryDatabaseManager;
+using TestSupport::WarningCatcher;
 
 Q_DECLARE_METATYPE(QList<QSqlRecord>)
 
@@ -82,25 +84,6 @@ bool makeBaseline()
     manager()->doGoTo(10);
     return manager()->isEnd();
 }
-
-// Collects warnings while alive.
-class WarningCatcher
-{
-public:
-    WarningCatcher() { s_warnings.clear(); m_previous = qInstallMessageHandler(handler); }
-    ~WarningCatcher() { qInstallMessageHandler(m_previous); }
-    QStringList warnings() const { return s_warnings; }
-
-private:
-    static void handler(QtMsgType type, const QMessageLogContext &, const QString &message)
-    {
-        if (type != QtDebugMsg && type != QtInfoMsg)
-            s_warnings << message;
-    }
-    static QStringList s_warnings;
-    QtMessageHandler m_previous;
-};
-QStringList WarningCatcher::s_warnings;
 
 } // namespace
 
