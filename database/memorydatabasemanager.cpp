@@ -102,7 +102,8 @@ MemoryDatabaseManager::MemoryDatabaseManager()
 }
 
 MemoryDatabaseManager::MemoryDatabaseManager(const MemoryDatabaseManager &other) = default;
-MemoryDatabaseManager &MemoryDatabaseManager::operator=(const MemoryDatabaseManager &other) = default;
+MemoryDatabaseManager &
+MemoryDatabaseManager::operator=(const MemoryDatabaseManager &other) = default;
 
 // Closes the shared connection, so destroying a copy closes the singleton's database too.
 MemoryDatabaseManager::~MemoryDatabaseManager()

@@ -153,7 +153,8 @@ void tst_DatabaseExport::writesFirstTable_data()
             << QByteArray("ABC,\n,\n");
     QTest::newRow("importer layout keeps the key")
             << "CREATE TABLE table1 (id INTEGER PRIMARY KEY AUTOINCREMENT, column1 TEXT,"
-               " column2 TEXT); INSERT INTO table1 (column1, column2) VALUES ('a', 'b'), ('c', 'd');"
+               " column2 TEXT);"
+               "INSERT INTO table1 (column1, column2) VALUES ('a', 'b'), ('c', 'd');"
             << QByteArray("1,a,b,\n2,c,d,\n");
     QTest::newRow("empty table gives empty file") << "CREATE TABLE t (a, b);" << QByteArray();
     QTest::newRow("first created table, not first by name")
