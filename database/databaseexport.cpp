@@ -1,1 +1,280 @@
 #include "databaseexport.h"
+
+#include <QCoreApplication>
+#include <QFile>
+#include <QFileInfo>
+#include <QSqlDatabase>
+#include <QSqlDriver>
+#include <QSqlQueryModel>
+#include <QSqlRecord>
+#include <QTextCodec>
+#include <QTextStream>
+#include <QVariant>
+
+#include <sqlite3.h>
+
+#include <sys/stat.h>
+
+namespace Database {
+
+namespace {
+
+const QString ConnectionName = QStringLiteral("DB3EXPORT");
+const QString SkippedTable = QStringLiteral("DATABASE_SQLITE_DEFAULTDB");
+constexpr int FlushThreshold = 1 << 20;
+
+QTextCodec *outputCodec()
+{
+    QTextCodec *codec = QTextCodec::codecForName("GBK");
+    // A stream without a codec writes with the locale's.
+    return codec ? codec : QTextCodec::codecForLocale();
+}
+
+bool isAscii(const unsigned char *bytes, int size)
+{
+    unsigned char any = 0;
+    for (int i = 0; i < size; ++i)
+        any |= bytes[i];
+    return any < 0x80;
+}
+
+bool isAscii(const QString &text)
+{
+    unsigned short any = 0;
+    const ushort *chars = text.utf16();
+    for (int i = 0, size = text.size(); i < size; ++i)
+        any |= chars[i];
+    return any < 0x80;
+}
+
+bool sameFile(const QString &first, const QString &second)
+{
+    struct stat a;
+    struct stat b;
+    if (::stat(QFile::encodeName(first).constData(), &a) != 0
+        || ::stat(QFile::encodeName(second).constData(), &b) != 0)
+        return false;
+    return a.st_dev == b.st_dev && a.st_ino == b.st_ino;
+}
+
+// The SQLite handle behind a QSQLITE connection, or null for any other driver.
+sqlite3 *sqliteHandle(const QSqlDatabase &database)
+{
+    const QVariant handle = database.driver()->handle();
+    if (!handle.isValid() || qstrcmp(handle.typeName(), "sqlite3*") != 0)
+        return nullptr;
+    return *static_cast<sqlite3 *const *>(handle.constData());
+}
+
+// Writes what a GBK text stream would, byte for byte, without building the text first. The
+// stream encodes its buffer in chunks with one converter state for the whole file, and the
+// converter's output does not depend on where the chunks end; ASCII maps to itself. So ASCII
+// is copied through and other text encoded piece by piece, except while the converter holds
+// a high surrogate from the last piece: the next piece must reach it to settle that.
+class EncodedWriter
+{
+public:
+    explicit EncodedWriter(QFile *file) : m_file(file), m_codec(outputCodec())
+    {
+        m_state.flags |= QTextCodec::IgnoreHeader;
+        m_buffer.reserve(FlushThreshold + 4096);
+    }
+
+    void appendAscii(const char *bytes, int size)
+    {
+        if (m_pendingSurrogate) {
+            encode(QString::fromLatin1(bytes, size));
+            return;
+        }
+        m_buffer.append(bytes, size);
+        if (m_buffer.size() >= FlushThreshold)
+            flush();
+    }
+
+    void appendAscii(char byte) { appendAscii(&byte, 1); }
+
+    void appendText(const QString &text)
+    {
+        if (isAscii(text) && !m_pendingSurrogate) {
+            const QByteArray bytes = text.toLatin1();
+            appendAscii(bytes.constData(), bytes.size());
+        } else {
+            encode(text);
+        }
+    }
+
+    void flush()
+    {
+        m_file->write(m_buffer);
+        m_buffer.clear();
+    }
+
+private:
+    void encode(const QString &text)
+    {
+        if (text.isEmpty())
+            return;
+        m_buffer += m_codec->fromUnicode(text.constData(), text.size(), &m_state);
+        m_pendingSurrogate = text.back().isHighSurrogate();
+        if (m_buffer.size() >= FlushThreshold)
+            flush();
+    }
+
+    QFile *m_file;
+    QTextCodec *m_codec;
+    QTextCodec::ConverterState m_state;
+    QByteArray m_buffer;
+    bool m_pendingSurrogate = false;
+};
+
+// Writes each cell as the text QVariant::toString gives for the value QSQLITE would deliver.
+void writeRow(sqlite3_stmt *statement, int columnCount, bool utf16Database,
+              EncodedWriter &writer)
+{
+    for (int c = 0; c < columnCount; ++c) {
+        switch (sqlite3_column_type(statement, c)) {
+        case SQLITE_NULL:
+            break;
+        case SQLITE_INTEGER: {
+            // SQLite's decimal text of a 64-bit integer is QString::number's.
+            const char *text = reinterpret_cast<const char *>(sqlite3_column_text(statement, c));
+            writer.appendAscii(text, sqlite3_column_bytes(statement, c));
+            break;
+        }
+        case SQLITE_FLOAT:
+            writer.appendText(QVariant(sqlite3_column_double(statement, c)).toString());
+            break;
+        case SQLITE_BLOB: {
+            const char *bytes = static_cast<const char *>(sqlite3_column_blob(statement, c));
+            const QByteArray blob(bytes, sqlite3_column_bytes(statement, c));
+            writer.appendText(QVariant(blob).toString());
+            break;
+        }
+        default: {
+            // The UTF-8 view is free only in a UTF-8 database; in a UTF-16 one it would also
+            // replace the stored text by a lossy round trip. Anything not ASCII is decoded by
+            // SQLite to UTF-16, as the driver reads it, so malformed text comes out the same.
+            if (!utf16Database) {
+                const unsigned char *text = sqlite3_column_text(statement, c);
+                const int size = sqlite3_column_bytes(statement, c);
+                if (isAscii(text, size)) {
+                    writer.appendAscii(reinterpret_cast<const char *>(text), size);
+                    break;
+                }
+            }
+            const void *utf16 = sqlite3_column_text16(statement, c);
+            writer.appendText(QString(static_cast<const QChar *>(utf16),
+                                      sqlite3_column_bytes16(statement, c) / 2));
+            break;
+        }
+        }
+        writer.appendAscii(',');
+    }
+    writer.appendAscii('\n');
+}
+
+bool isUtf8Database(sqlite3 *handle)
+{
+    sqlite3_stmt *statement = nullptr;
+    bool utf8 = false;
+    if (sqlite3_prepare_v2(handle, "PRAGMA encoding", -1, &statement, nullptr) == SQLITE_OK
+        && sqlite3_step(statement) == SQLITE_ROW) {
+        utf8 = qstrcmp(reinterpret_cast<const char *>(sqlite3_column_text(statement, 0)),
+                       "UTF-8") == 0;
+    }
+    sqlite3_finalize(statement);
+    return utf8;
+}
+
+// Streams the rows straight from SQLite; false only when the output cannot be opened. A
+// statement that does not prepare yields no rows, as it leaves a query model empty.
+bool exportStreaming(sqlite3 *handle, const QString &statementText, const QString &csvFilePath)
+{
+    const QByteArray sql = statementText.toUtf8();
+    sqlite3_stmt *statement = nullptr;
+    const char *tail = nullptr;
+    if (sqlite3_prepare_v2(handle, sql.constData(), sql.size(), &statement, &tail) != SQLITE_OK
+        || (tail && !QString::fromUtf8(tail).trimmed().isEmpty())) {
+        // The driver refuses a second statement in one query.
+        sqlite3_finalize(statement);
+        statement = nullptr;
+    }
+
+    QFile file(csvFilePath);
+    if (!file.open(QIODevice::WriteOnly | QIODevice::Text)) {
+        sqlite3_finalize(statement);
+        return false;
+    }
+    EncodedWriter writer(&file);
+    if (statement) {
+        const int columnCount = sqlite3_column_count(statement);
+        const bool utf16Database = !isUtf8Database(handle);
+        while (sqlite3_step(statement) == SQLITE_ROW)
+            writeRow(statement, columnCount, utf16Database, writer);
+        sqlite3_finalize(statement);
+    }
+    writer.flush();
+    file.close();
+    return true;
+}
+
+// Loads the whole table into a model before the output is touched; used where streaming
+// could differ (another driver, or the output being the database file itself).
+bool exportThroughModel(const QSqlDatabase &database, const QString &statement,
+                        const QString &csvFilePath)
+{
+    QSqlQueryModel model;
+    model.setQuery(statement, database);
+    while (model.canFetchMore())
+        model.fetchMore();
+
+    QFile file(csvFilePath);
+    if (!file.open(QIODevice::WriteOnly | QIODevice::Text))
+        return false;
+    QTextStream stream(&file);
+    stream.setCodec(QTextCodec::codecForName("GBK"));
+    for (int r = 0; r < model.rowCount(); ++r) {
+        for (int c = 0; c < model.columnCount(); ++c)
+            stream << model.record(r).value(c).toString() << ',';
+        stream << '\n';
+    }
+    stream.flush();
+    file.close();
+    return true;
+}
+
+} // namespace
+
+DatabaseExport::DatabaseExport() = default;
+DatabaseExport &DatabaseExport::operator=(const DatabaseExport &other) = default;
+DatabaseExport::~DatabaseExport() = default;
+
+// Writes the first table (never "DATABASE_SQLITE_DEFAULTDB") as GBK lines, each cell followed
+// by a comma. False when the database does not open, has no such table or the output cannot
+// be opened. Events are pumped once after an export and after a failed open only.
+bool DatabaseExport::toCSV(QString dbFilePath, QString csvFilePath)
+{
+    // Replaces the previous call's connection; removing it first spares Qt's duplicate warning.
+    if (QSqlDatabase::contains(ConnectionName))
+        QSqlDatabase::removeDatabase(ConnectionName);
+    QSqlDatabase database = QSqlDatabase::addDatabase(QStringLiteral("QSQLITE"), ConnectionName);
+    database.setDatabaseName(dbFilePath);
+    const bool opened = database.open();
+    if (opened) {
+        QStringList tables = database.tables(QSql::Tables);
+        tables.removeOne(SkippedTable);
+        if (tables.isEmpty())
+            return false;
+        const QString statement = QStringLiteral("SELECT * FROM ") + tables.first();
+        sqlite3 *handle = sqliteHandle(database);
+        const bool written = handle && !sameFile(dbFilePath, csvFilePath)
+                ? exportStreaming(handle, statement, csvFilePath)
+                : exportThroughModel(database, statement, csvFilePath);
+        if (!written)
+            return false;
+    }
+    QCoreApplication::processEvents(QEventLoop::AllEvents, 200);
+    return opened;
+}
+
+} // namespace Database

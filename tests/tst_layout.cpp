@@ -65,6 +65,12 @@ void tst_Layout::exportedSymbols_data()
             << QByteArray("_ZN8Database15DatabaseManager11m_pInstanceE");
     QTest::newRow("DatabaseHandlerFactory::m_pInstance")
             << QByteArray("_ZN8Database22DatabaseHandlerFactory11m_pInstanceE");
+    QTest::newRow("MemoryDatabaseManager::m_pInstance")
+            << QByteArray("_ZN8Database21MemoryDatabaseManager11m_pInstanceE");
+    QTest::newRow("MemoryDatabaseManager::doNext")
+            << QByteArray("_ZN8Database21MemoryDatabaseManager6doNextEv");
+    QTest::newRow("MemoryDatabaseManager::finishMarking")
+            << QByteArray("_ZN8Database21MemoryDatabaseManager13finishMarkingEv");
 }
 
 // Looks the mangled names up in the built library itself, as a host's dynamic linker would.
