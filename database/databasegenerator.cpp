@@ -12,6 +12,7 @@
 #include <QSqlQuery>
 #include <QTextCodec>
 #include <QTextStream>
+#include <QVarLengthArray>
 #include <QVariant>
 
 #include <sqlite3.h>
@@ -169,6 +170,39 @@ QStringList insertRows(QSqlQuery &query, const QString &sql, const QList<QString
     return rowErrors;
 }
 
+// Appends value as UTF-8 when SQLite's own conversion of the UTF-16 text is plain encoding:
+// no surrogates, noncharacters or leading byte-order mark, which SQLite treats specially.
+bool appendUtf8(QByteArray *out, const QString &value)
+{
+    const int start = out->size();
+    out->resize(start + value.size() * 3);
+    char *to = out->data() + start;
+    const ushort *from = value.utf16();
+    const ushort *end = from + value.size();
+    if (from != end && *from == 0xfeff) {
+        out->resize(start);
+        return false;
+    }
+    for (; from != end; ++from) {
+        const ushort c = *from;
+        if (c < 0x80) {
+            *to++ = char(c);
+        } else if (c < 0x800) {
+            *to++ = char(0xc0 | (c >> 6));
+            *to++ = char(0x80 | (c & 0x3f));
+        } else if ((c >= 0xd800 && c < 0xe000) || c >= 0xfffe) {
+            out->resize(start);
+            return false;
+        } else {
+            *to++ = char(0xe0 | (c >> 12));
+            *to++ = char(0x80 | ((c >> 6) & 0x3f));
+            *to++ = char(0x80 | (c & 0x3f));
+        }
+    }
+    out->resize(int(to - out->constData()));
+    return true;
+}
+
 enum class DirectInsert { Unavailable, Inserted, Failed, FailedAfterWrites };
 
 // Inserts the rows through SQLite's C API on the connection's own handle, with one prepared
@@ -193,12 +227,27 @@ DirectInsert insertDirectly(const QSqlDatabase &db, const QString &sql,
         return DirectInsert::Failed;
 
     bool written = false;
+    QByteArray utf8Row;
+    utf8Row.reserve(4096); // kept reserved, so that resize(0) keeps the buffer
+    QVarLengthArray<int, 32> ends(columnCount);
     for (const QStringList &row : rows) {
         const int present = qMin(row.size(), columnCount);
+        // All values of the row are encoded before any is bound: the buffer must not move.
+        utf8Row.resize(0);
         for (int column = 0; column < present; ++column) {
-            const QString &value = row.at(column);
-            sqlite3_bind_text16(prepared, column + 1, value.utf16(),
-                                value.size() * int(sizeof(QChar)), SQLITE_STATIC);
+            ends[column] = appendUtf8(&utf8Row, row.at(column)) ? utf8Row.size() : -1;
+        }
+        int begin = 0;
+        for (int column = 0; column < present; ++column) {
+            if (ends[column] < 0) {
+                const QString &value = row.at(column);
+                sqlite3_bind_text16(prepared, column + 1, value.utf16(),
+                                    value.size() * int(sizeof(QChar)), SQLITE_STATIC);
+                continue;
+            }
+            sqlite3_bind_text(prepared, column + 1, utf8Row.constData() + begin,
+                              ends[column] - begin, SQLITE_STATIC);
+            begin = ends[column];
         }
         for (int column = present; column < columnCount; ++column)
             sqlite3_bind_text(prepared, column + 1, "", 0, SQLITE_STATIC);
