@@ -147,11 +147,21 @@ QStringList splitLine(const char *data, int size, const QString &separator,
             .split(separator, Qt::SkipEmptyParts, Qt::CaseSensitive);
 }
 
+// The connection's own SQLite handle, or null when the driver offers none.
+sqlite3 *sqliteHandle(const QSqlDatabase &db)
+{
+    const QVariant handle = db.driver()->handle();
+    if (!handle.isValid() || qstrcmp(handle.typeName(), "sqlite3*") != 0)
+        return nullptr;
+    return *static_cast<sqlite3 *const *>(handle.constData());
+}
+
 // Inserts every row through QSqlQuery, preparing the statement again for each, and returns one
 // "Row = N; error" entry per failing row, numbered from 1.
-QStringList insertRows(QSqlQuery &query, const QString &sql, const QList<QStringList> &rows,
-                       int columnCount)
+QStringList insertRows(const QSqlDatabase &db, QSqlQuery &query, const QString &sql,
+                       const QList<QStringList> &rows, int columnCount)
 {
+    sqlite3 *connection = sqliteHandle(db);
     QStringList rowErrors;
     int rowNumber = 0;
     for (QStringList values : rows) {
@@ -165,6 +175,11 @@ QStringList insertRows(QSqlQuery &query, const QString &sql, const QList<QString
         if (query.lastError().isValid()) {
             rowErrors.append(
                     QObject::tr("Row = %1; %2").arg(rowNumber).arg(query.lastError().text()));
+            // Some errors (a full disk) make SQLite drop the whole transaction; the rows after
+            // it must not be committed one by one, so they go into a new one that is rolled
+            // back with the batch.
+            if (connection && sqlite3_get_autocommit(connection))
+                QSqlQuery(db).exec(QStringLiteral("BEGIN TRANSACTION;"));
         }
     }
     return rowErrors;
@@ -210,10 +225,7 @@ enum class DirectInsert { Unavailable, Inserted, Failed, FailedAfterWrites };
 DirectInsert insertDirectly(const QSqlDatabase &db, const QString &sql,
                             const QList<QStringList> &rows, int columnCount)
 {
-    const QVariant handle = db.driver()->handle();
-    if (!handle.isValid() || qstrcmp(handle.typeName(), "sqlite3*") != 0)
-        return DirectInsert::Unavailable;
-    sqlite3 *connection = *static_cast<sqlite3 *const *>(handle.constData());
+    sqlite3 *connection = sqliteHandle(db);
     if (!connection)
         return DirectInsert::Unavailable;
 
@@ -487,7 +499,7 @@ bool DatabaseGenerator::generateDatabase(const QString &databaseFile, const QStr
                 return false;
             }
         }
-        rowErrors = insertRows(query, insertSql, m_values, columnCount);
+        rowErrors = insertRows(db, query, insertSql, m_values, columnCount);
         ok = rowErrors.isEmpty();
     }
 
@@ -495,12 +507,18 @@ bool DatabaseGenerator::generateDatabase(const QString &databaseFile, const QStr
         ok = false;
         m_log = QObject::tr("The source file is empty");
     }
-    if (ok) {
-        query.exec(QStringLiteral("COMMIT;"));
-    } else {
+    QString commitError;
+    if (ok && !query.exec(QStringLiteral("COMMIT;"))) {
+        // A batch whose commit failed (a full disk, a lock) was not written: say so.
+        commitError = query.lastError().text();
+        ok = false;
+    }
+    if (!ok) {
         query.exec(QStringLiteral("ROLLBACK;"));
-        if (query.lastError().isValid()) {
+        if (query.lastError().isValid() && commitError.isEmpty()) {
             m_log = query.lastError().text();
+        } else if (!commitError.isEmpty()) {
+            m_log = commitError;
         } else if (rowErrors.isEmpty()) {
             m_log = QObject::tr("Database commit error");
         } else {
