@@ -1,5 +1,7 @@
 #include "xlsxreader.h"
 
+#include "xlsxxml_p.h"
+
 #include <quazip.h>
 #include <quazipfile.h>
 
@@ -30,6 +32,8 @@ constexpr qint64 MaxCells = qint64(1) << 25;    // stored cells, duplicates incl
 constexpr qint64 MaxTextSize = qint64(1) << 28; // UTF-16 units kept for all texts
 
 using XmlParser = std::function<bool(QXmlStreamReader &)>;
+using DeviceParser = std::function<bool(QIODevice &)>;
+using Xml::Token;
 
 // A slice of the text pool.
 struct Span
@@ -339,16 +343,19 @@ public:
     bool load(const QString &path);
     void clear();
 
+    bool readDevice(QuaZip &zip, const QString &name, const DeviceParser &parse);
     bool readPart(QuaZip &zip, const QString &name, const XmlParser &parse);
     bool readRelationships(QuaZip &zip, const QString &partName, QHash<QString, QString> *targets,
                            QHash<QString, QString> *types);
     bool readWorkbook(QXmlStreamReader &xml);
-    bool readSharedStrings(QXmlStreamReader &xml);
     bool readStyles(QXmlStreamReader &xml);
-    bool readSheet(QXmlStreamReader &xml);
-    bool readRow(QXmlStreamReader &xml, int row);
-    bool readCell(QXmlStreamReader &xml, int row, int *nextColumn);
-    bool readRichText(QXmlStreamReader &xml, Span *span);
+    template<typename Parse>
+    bool readLargePart(QuaZip &zip, const QString &name, const Parse &parse);
+    template<typename Reader> bool readSharedStrings(Reader &xml);
+    template<typename Reader> bool readSheet(Reader &xml);
+    template<typename Reader> bool readRow(Reader &xml, int row);
+    template<typename Reader> bool readCell(Reader &xml, int row, int *nextColumn);
+    template<typename Reader> bool readRichText(Reader &xml, Span *span);
     bool appendText(const QString &text, Span *span);
     QString valueText(const QString &type, const QString &value, int style) const;
     bool finish();
@@ -384,8 +391,9 @@ void XlsxReaderPrivate::clear()
     columns = 0;
 }
 
-// Parses one part of the archive; false when it is missing, unreadable, too large or broken.
-bool XlsxReaderPrivate::readPart(QuaZip &zip, const QString &name, const XmlParser &parse)
+// Hands the inflated bytes of one part to parse; false when the part is missing, unreadable,
+// too large or fails its checksum, or when parse fails.
+bool XlsxReaderPrivate::readDevice(QuaZip &zip, const QString &name, const DeviceParser &parse)
 {
     if (!zip.setCurrentFile(name, QuaZip::csInsensitive))
         return false;
@@ -394,14 +402,42 @@ bool XlsxReaderPrivate::readPart(QuaZip &zip, const QString &name, const XmlPars
         return false;
     LimitedDevice device(&file, MaxPartSize);
     device.open(QIODevice::ReadOnly | QIODevice::Unbuffered);
-    QXmlStreamReader xml(&device);
-    bool parsed = parse(xml) && !xml.hasError();
+    bool parsed = parse(device);
     // Read what the parser left so the archive's checksum covers the whole part.
     char buffer[65536];
     while (parsed && device.read(buffer, sizeof buffer) > 0) { }
     parsed = parsed && !device.exceeded();
     file.close();
     return parsed && file.getZipError() == UNZ_OK;
+}
+
+bool XlsxReaderPrivate::readPart(QuaZip &zip, const QString &name, const XmlParser &parse)
+{
+    return readDevice(zip, name, [&](QIODevice &device) {
+        QXmlStreamReader xml(&device);
+        return parse(xml) && !xml.hasError();
+    });
+}
+
+// Reads a large part with the fast scanner, or with the full XML parser when the scanner
+// does not support the document (another encoding, a document type declaration). parse takes
+// either reader.
+template<typename Parse>
+bool XlsxReaderPrivate::readLargePart(QuaZip &zip, const QString &name, const Parse &parse)
+{
+    bool unsupported = false;
+    const bool parsed = readDevice(zip, name, [&](QIODevice &device) {
+        Xml::FastXml xml(&device);
+        const bool ok = xml.begin() && parse(xml) && !xml.failed();
+        unsupported = xml.unsupported();
+        return ok;
+    });
+    if (parsed || !unsupported)
+        return parsed;
+    return readPart(zip, name, [&](QXmlStreamReader &stream) {
+        Xml::StreamXml xml(stream);
+        return parse(xml);
+    });
 }
 
 // Reads the relationships of a part (its _rels/<name>.rels) into id -> part name and id -> type.
@@ -458,43 +494,56 @@ bool XlsxReaderPrivate::appendText(const QString &text, Span *span)
 }
 
 // Collects the text runs of an <si> or <is> element, leaving out phonetic guides.
-bool XlsxReaderPrivate::readRichText(QXmlStreamReader &xml, Span *span)
+template<typename Reader>
+bool XlsxReaderPrivate::readRichText(Reader &xml, Span *span)
 {
     QString text;
     int depth = 1;
     int phoneticDepth = 0;
-    while (depth > 0 && !xml.atEnd()) {
-        const QXmlStreamReader::TokenType token = xml.readNext();
-        if (token == QXmlStreamReader::StartElement) {
-            if (isElement(xml, QLatin1String("t"))) {
-                const QString run = xml.readElementText(QXmlStreamReader::SkipChildElements);
+    while (depth > 0) {
+        switch (xml.next()) {
+        case Token::Start:
+            if (xml.isName(QLatin1String("t"))) {
+                const QString run = xml.elementText();
                 if (phoneticDepth == 0)
                     text += run;
-                continue;
+                break;
             }
             ++depth;
-            if (phoneticDepth == 0 && isElement(xml, QLatin1String("rPh")))
+            if (phoneticDepth == 0 && xml.isName(QLatin1String("rPh")))
                 phoneticDepth = depth;
-        } else if (token == QXmlStreamReader::EndElement) {
+            break;
+        case Token::End:
             if (depth == phoneticDepth)
                 phoneticDepth = 0;
             --depth;
+            break;
+        case Token::Other:
+            break;
+        case Token::Done:
+        case Token::Error:
+            return false;
         }
     }
-    return !xml.hasError() && appendText(unescape(text), span);
+    return !xml.failed() && appendText(unescape(text), span);
 }
 
-bool XlsxReaderPrivate::readSharedStrings(QXmlStreamReader &xml)
+template<typename Reader>
+bool XlsxReaderPrivate::readSharedStrings(Reader &xml)
 {
-    while (!xml.atEnd()) {
-        if (xml.readNext() != QXmlStreamReader::StartElement || !isElement(xml, QLatin1String("si")))
+    for (;;) {
+        const Token token = xml.next();
+        if (token == Token::Done)
+            return true;
+        if (token == Token::Error)
+            return false;
+        if (token != Token::Start || !xml.isName(QLatin1String("si")))
             continue;
         Span span;
         if (sharedStrings.size() >= MaxCells || !readRichText(xml, &span))
             return false;
         sharedStrings.append(span);
     }
-    return true;
 }
 
 bool XlsxReaderPrivate::readStyles(QXmlStreamReader &xml)
@@ -558,42 +607,51 @@ QString XlsxReaderPrivate::valueText(const QString &type, const QString &value, 
     return value; // e (error values such as #DIV/0!), d (ISO dates) and anything newer
 }
 
-bool XlsxReaderPrivate::readCell(QXmlStreamReader &xml, int row, int *nextColumn)
+template<typename Reader>
+bool XlsxReaderPrivate::readCell(Reader &xml, int row, int *nextColumn)
 {
     int column = *nextColumn;
-    const QStringRef ref = attribute(xml, QLatin1String("r"));
-    if (!ref.isEmpty() && !parseReference(ref, &row, &column))
+    QString ref;
+    if (xml.attribute(QLatin1String("r"), &ref) && !parseReference(QStringRef(&ref), &row, &column))
         return false;
     if (column >= MaxColumns)
         return false;
     *nextColumn = column + 1;
 
-    const QString type = attribute(xml, QLatin1String("t")).toString();
-    const QStringRef styleRef = attribute(xml, QLatin1String("s"));
-    const int style = styleRef.isEmpty() ? -1 : styleRef.toInt();
+    QString type;
+    xml.attribute(QLatin1String("t"), &type);
+    QString styleText;
+    const int style = xml.attribute(QLatin1String("s"), &styleText) ? styleText.toInt() : -1;
 
     QString value;
     bool hasValue = false;
     Span span = {0, 0};
     bool hasSpan = false;
-    while (!xml.atEnd()) {
-        const QXmlStreamReader::TokenType token = xml.readNext();
-        if (token == QXmlStreamReader::EndElement)
-            break; // </c>: children are consumed whole below
-        if (token != QXmlStreamReader::StartElement)
-            continue;
-        if (isElement(xml, QLatin1String("v"))) {
-            value = xml.readElementText(QXmlStreamReader::SkipChildElements);
-            hasValue = true;
-        } else if (isElement(xml, QLatin1String("is"))) {
-            if (!readRichText(xml, &span))
-                return false;
-            hasSpan = true;
-        } else {
-            xml.skipCurrentElement();
+    for (bool inCell = true; inCell;) {
+        switch (xml.next()) {
+        case Token::End:
+            inCell = false; // </c>: children are consumed whole below
+            break;
+        case Token::Start:
+            if (xml.isName(QLatin1String("v"))) {
+                value = xml.elementText();
+                hasValue = true;
+            } else if (xml.isName(QLatin1String("is"))) {
+                if (!readRichText(xml, &span))
+                    return false;
+                hasSpan = true;
+            } else {
+                xml.skipElement();
+            }
+            break;
+        case Token::Other:
+            break;
+        case Token::Done:
+        case Token::Error:
+            return false;
         }
     }
-    if (xml.hasError())
+    if (xml.failed())
         return false;
 
     if (!hasSpan) {
@@ -628,48 +686,55 @@ bool XlsxReaderPrivate::readCell(QXmlStreamReader &xml, int row, int *nextColumn
     return true;
 }
 
-bool XlsxReaderPrivate::readRow(QXmlStreamReader &xml, int row)
+template<typename Reader>
+bool XlsxReaderPrivate::readRow(Reader &xml, int row)
 {
     int nextColumn = 0;
-    while (!xml.atEnd()) {
-        const QXmlStreamReader::TokenType token = xml.readNext();
-        if (token == QXmlStreamReader::EndElement)
+    for (;;) {
+        switch (xml.next()) {
+        case Token::End:
             return true;
-        if (token != QXmlStreamReader::StartElement)
-            continue;
-        if (isElement(xml, QLatin1String("c"))) {
-            if (!readCell(xml, row, &nextColumn))
+        case Token::Start:
+            if (!xml.isName(QLatin1String("c")))
+                xml.skipElement();
+            else if (!readCell(xml, row, &nextColumn))
                 return false;
-        } else {
-            xml.skipCurrentElement();
+            break;
+        case Token::Other:
+            break;
+        case Token::Done:
+        case Token::Error:
+            return false;
         }
     }
-    return false;
 }
 
-bool XlsxReaderPrivate::readSheet(QXmlStreamReader &xml)
+template<typename Reader>
+bool XlsxReaderPrivate::readSheet(Reader &xml)
 {
-    while (!xml.atEnd()) {
-        if (xml.readNext() == QXmlStreamReader::StartElement
-            && isElement(xml, QLatin1String("sheetData")))
+    for (;;) {
+        const Token token = xml.next();
+        if (token == Token::Done || token == Token::Error)
+            return false;
+        if (token == Token::Start && xml.isName(QLatin1String("sheetData")))
             break;
     }
-    if (xml.atEnd())
-        return false;
     int nextRow = 0;
-    while (!xml.atEnd()) {
-        const QXmlStreamReader::TokenType token = xml.readNext();
-        if (token == QXmlStreamReader::EndElement)
+    for (;;) {
+        const Token token = xml.next();
+        if (token == Token::End)
             return true; // </sheetData>: what follows holds no cells
-        if (token != QXmlStreamReader::StartElement)
+        if (token == Token::Done || token == Token::Error)
+            return false;
+        if (token != Token::Start)
             continue;
-        if (!isElement(xml, QLatin1String("row"))) {
-            xml.skipCurrentElement();
+        if (!xml.isName(QLatin1String("row"))) {
+            xml.skipElement();
             continue;
         }
         int row = nextRow;
-        const QStringRef number = attribute(xml, QLatin1String("r"));
-        if (!number.isEmpty()) {
+        QString number;
+        if (xml.attribute(QLatin1String("r"), &number)) {
             bool ok = false;
             row = number.toInt(&ok) - 1;
             if (!ok || row < 0)
@@ -681,7 +746,6 @@ bool XlsxReaderPrivate::readSheet(QXmlStreamReader &xml)
         if (!readRow(xml, row))
             return false;
     }
-    return false;
 }
 
 // Orders the cells, keeps the last of duplicates, and indexes the rows of the data area.
@@ -765,13 +829,13 @@ bool XlsxReaderPrivate::load(const QString &path)
     }
 
     if (!sharedStringsPart.isEmpty()
-        && !readPart(zip, sharedStringsPart,
-                     [this](QXmlStreamReader &xml) { return readSharedStrings(xml); }))
+        && !readLargePart(zip, sharedStringsPart,
+                          [this](auto &xml) { return readSharedStrings(xml); }))
         return false;
     if (!stylesPart.isEmpty()
         && !readPart(zip, stylesPart, [this](QXmlStreamReader &xml) { return readStyles(xml); }))
         return false;
-    if (!readPart(zip, sheet, [this](QXmlStreamReader &xml) { return readSheet(xml); }))
+    if (!readLargePart(zip, sheet, [this](auto &xml) { return readSheet(xml); }))
         return false;
     return finish();
 }

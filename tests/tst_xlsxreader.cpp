@@ -375,6 +375,29 @@ void tst_XlsxReader::handMade_data()
                               "<c r=\"C1\" s=\"1\"/></row><row r=\"40\" customHeight=\"1\"/>")
                        + "<mergeCells count=\"1\"><mergeCell ref=\"A1:D4\"/></mergeCells>")
             << "1";
+    QTest::newRow("markup inside text")
+            << package(rows("<!-- note --><row r='1'><c r=\"A1\" t='inlineStr' x=\"a>b\"><is><t>"
+                            "a&amp;b&lt;&#x41;&#20013;<![CDATA[<x>&amp;]]><!--c--></t></is></c>"
+                            "<c r = \"B1\" ><v>1</v></c><?pi x?></row>"),
+                       "<si><t>x\r\ny\rz</t></si>")
+            << "a&b<A中<x>&amp;|1";
+    QTest::newRow("shared string line ends")
+            << package(rows("<row><c t=\"s\"><v>0</v></c></row>"), "<si><t>x\r\ny\rz</t></si>")
+            << "x\ny\nz";
+    QTest::newRow("document type declaration")
+            << Parts(replacePart(package(QByteArray()), QStringLiteral("xl/worksheets/sheet1.xml"),
+                                 "<?xml version=\"1.0\"?><!DOCTYPE worksheet><worksheet><sheetData>"
+                                 "<row><c><v>7</v></c></row></sheetData></worksheet>"))
+            << "7";
+    const QString utf16 = QStringLiteral("<?xml version=\"1.0\" encoding=\"UTF-16\"?><worksheet>"
+                                         "<sheetData><row><c t=\"inlineStr\"><is><t>十六</t></is>"
+                                         "</c></row></sheetData></worksheet>");
+    QByteArray utf16Bytes("\xFF\xFE", 2);
+    utf16Bytes.append(reinterpret_cast<const char *>(utf16.utf16()), utf16.size() * 2);
+    QTest::newRow("utf-16 sheet")
+            << replacePart(package(QByteArray()), QStringLiteral("xl/worksheets/sheet1.xml"),
+                           utf16Bytes)
+            << "十六";
     QTest::newRow("empty sheet") << package(rows("")) << "";
     QTest::newRow("self-closed sheet data") << package("<sheetData/>") << "";
 }
@@ -521,6 +544,11 @@ void tst_XlsxReader::malformed_data()
     QTest::newRow("counted rows beyond the last row")
             << package(rows("<row r=\"1048576\"><c><v>1</v></c></row><row><c><v>2</v></c></row>"))
             << zip;
+    QTest::newRow("mismatched end tag")
+            << package(rows("<row><c><v>1</c></v></row>")) << zip;
+    QTest::newRow("unknown entity")
+            << package(rows("<row><c t=\"inlineStr\"><is><t>&nbsp;</t></is></c></row>")) << zip;
+    QTest::newRow("unterminated comment") << package(rows("<!-- <row>")) << zip;
     QTest::newRow("row number zero") << package(rows("<row r=\"0\"><c><v>1</v></c></row>")) << zip;
     QTest::newRow("row number not a number")
             << package(rows("<row r=\"x\"><c><v>1</v></c></row>")) << zip;
