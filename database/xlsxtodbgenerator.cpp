@@ -152,9 +152,10 @@ bool XlsxToDBGenerator::generateDatabase(const QString &databaseFile, const QStr
     query.finish();
 
     QSqlQuery end(db);
-    if (ok) {
-        end.exec(QStringLiteral("COMMIT;"));
-    } else {
+    // A commit that fails (a full disk, a lock) leaves the batch unwritten, so it fails too.
+    if (ok && !end.exec(QStringLiteral("COMMIT;")))
+        ok = false;
+    if (!ok) {
         end.exec(QStringLiteral("ROLLBACK;"));
         // Replaces the row message on purpose: a failed batch reads as a failed commit.
         m_log = QObject::tr("Database commit error");
