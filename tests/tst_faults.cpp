@@ -173,10 +173,11 @@ void tst_Faults::lockedDatabase()
 void tst_Faults::fullDisk()
 {
     const QString source = m_dir.filePath("full-source.csv");
-    QVERIFY(TestSupport::writeFile(source, numberedLines(0, 130000)));
+    QVERIFY(TestSupport::writeFile(source, numberedLines(0, 200000)));
     const QString database = m_dir.filePath("full.db");
 
-    // One batch is about 1.5 MB: the first fits under the limit, the second does not.
+    // One batch is about 1.4 MB: the first fits under the limit, none of the later ones does,
+    // so the last batch's failure is what the log reports.
     const Outcome outcome = runDriver({"--fsize", QString::number(2500 * 1024), "text", source, database});
     QVERIFY(outcome.ran);
     QVERIFY(!outcome.result);
@@ -189,7 +190,7 @@ void tst_Faults::fullDisk()
     QVERIFY(batchComplete(database, 1, 50000));
     // Batches that hit the limit were rolled back whole: nothing half-written.
     for (int i = 1; i < counts.size(); ++i)
-        QVERIFY2(counts.at(i) == 0 || counts.at(i) == 50000 || (i == 2 && counts.at(i) == 30000),
+        QVERIFY2(counts.at(i) == 0,
                  qPrintable(QString("table%1 holds %2 rows").arg(i + 1).arg(counts.at(i))));
 }
 
