@@ -5,6 +5,9 @@
 
 #include "testsupport.h"
 
+#include <QSqlDatabase>
+#include <QSqlError>
+#include <QSqlQuery>
 #include <QtTest>
 
 #include <csignal>
