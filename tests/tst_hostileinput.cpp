@@ -124,7 +124,7 @@ void tst_HostileInput::memoryLines_data()
     QTest::newRow("quotes everywhere") << QStringList{"'@;!'", "''@;!''''"} << true;
     QTest::newRow("only separators") << QStringList{"@;!@;!@;!"} << false;
     QTest::newRow("first line empty") << QStringList{"", "a@;!b"} << false;
-    QTest::newRow("NUL characters") << QStringList{QString("a\0b@;!c", 7), "d@;!e"} << true;
+    QTest::newRow("NUL characters") << QStringList{QString::fromLatin1("a\0b@;!c", 7), "d@;!e"} << true;
     QTest::newRow("three thousand columns") << QStringList{QString("v@;!").repeated(3000)} << false;
 }
 
