@@ -46,8 +46,9 @@ Fn nextSymbol(const char *name)
 
 } // namespace
 
-// Interposed over the C library for every shared object of this process.
-extern "C" int open(const char *path, int flags, ...)
+// Interposed over the C library for every shared object of this process; exported, since
+// the project builds with hidden visibility.
+extern "C" Q_DECL_EXPORT int open(const char *path, int flags, ...)
 {
     mode_t mode = 0;
     if (flags & (O_CREAT | O_TMPFILE)) {
@@ -61,7 +62,7 @@ extern "C" int open(const char *path, int flags, ...)
     return real(path, flags, mode);
 }
 
-extern "C" int open64(const char *path, int flags, ...)
+extern "C" Q_DECL_EXPORT int open64(const char *path, int flags, ...)
 {
     mode_t mode = 0;
     if (flags & (O_CREAT | O_TMPFILE)) {

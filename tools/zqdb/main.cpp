@@ -178,11 +178,11 @@ int main(int argc, char *argv[])
     } else if (name == QLatin1String("cat")) {
         Zqdb::CatOptions options;
         if (commandParser.isSet(from) && !parseCount(commandParser.value(from), &options.from)) {
-            err << tr("zqdb cat: --from takes a row number of 0 or more, not '%1'.").arg(commandParser.value(from)) << '\n';
+            err << tr("zqdb cat: --from takes a row number of 0 or more, not '%1'.").arg(commandParser.value(from)) << '\n' << tryHelp << '\n';
             return Zqdb::Usage;
         }
         if (commandParser.isSet(count) && !parseCount(commandParser.value(count), &options.count)) {
-            err << tr("zqdb cat: --count takes a number of 0 or more, not '%1'.").arg(commandParser.value(count)) << '\n';
+            err << tr("zqdb cat: --count takes a number of 0 or more, not '%1'.").arg(commandParser.value(count)) << '\n' << tryHelp << '\n';
             return Zqdb::Usage;
         }
         if (commandParser.isSet(columns))
