@@ -1,1 +1,44 @@
-# Install rules, the CMake package and the pkg-config file.
+# Install rules, the CMake package ZqDatabase and the pkg-config file zqdatabase.pc.
+include(CMakePackageConfigHelpers)
+
+set(ZQDATABASE_CMAKE_DIR ${CMAKE_INSTALL_LIBDIR}/cmake/ZqDatabase)
+
+install(TARGETS zqcore zqdatabase EXPORT ZqDatabaseTargets
+    LIBRARY DESTINATION ${CMAKE_INSTALL_LIBDIR}
+    ARCHIVE DESTINATION ${CMAKE_INSTALL_LIBDIR}
+    RUNTIME DESTINATION ${CMAKE_INSTALL_BINDIR})
+if(TARGET zqdb)
+    install(TARGETS zqdb RUNTIME DESTINATION ${CMAKE_INSTALL_BINDIR})
+endif()
+
+# Only the public headers: the library's internal helpers stay out of the package.
+set(zqdatabase_public_headers database_global.h databasemanager.h databasechangelistener.h
+    databasehandler.h databasehandlerfactory.h databasegenerator.h xlsxtodbgenerator.h
+    memorydatabasemanager.h databaseexport.h)
+list(TRANSFORM zqdatabase_public_headers PREPEND ${PROJECT_SOURCE_DIR}/database/)
+set(zqcore_public_headers zqcore_global.h settings.h consolesingleton.h databasequerydata.h
+    xlsxreader.h)
+list(TRANSFORM zqcore_public_headers PREPEND ${PROJECT_SOURCE_DIR}/core/)
+install(FILES ${zqdatabase_public_headers}
+    DESTINATION ${CMAKE_INSTALL_INCLUDEDIR}/zqdatabase/database)
+install(FILES ${zqcore_public_headers}
+    DESTINATION ${CMAKE_INSTALL_INCLUDEDIR}/zqdatabase/core)
+
+install(EXPORT ZqDatabaseTargets NAMESPACE ZqDatabase:: DESTINATION ${ZQDATABASE_CMAKE_DIR})
+configure_package_config_file(${PROJECT_SOURCE_DIR}/cmake/ZqDatabaseConfig.cmake.in
+    ${PROJECT_BINARY_DIR}/ZqDatabaseConfig.cmake
+    INSTALL_DESTINATION ${ZQDATABASE_CMAKE_DIR})
+write_basic_package_version_file(${PROJECT_BINARY_DIR}/ZqDatabaseConfigVersion.cmake
+    VERSION ${PROJECT_VERSION} COMPATIBILITY SameMajorVersion)
+install(FILES ${PROJECT_BINARY_DIR}/ZqDatabaseConfig.cmake
+    ${PROJECT_BINARY_DIR}/ZqDatabaseConfigVersion.cmake
+    DESTINATION ${ZQDATABASE_CMAKE_DIR})
+
+# The prefix is found from the .pc file's own location, so the package stays relocatable
+# (cmake --install --prefix elsewhere).
+file(RELATIVE_PATH ZQDATABASE_PC_TO_PREFIX
+    ${CMAKE_INSTALL_FULL_LIBDIR}/pkgconfig ${CMAKE_INSTALL_PREFIX})
+configure_file(${PROJECT_SOURCE_DIR}/cmake/zqdatabase.pc.in
+    ${PROJECT_BINARY_DIR}/zqdatabase.pc @ONLY)
+install(FILES ${PROJECT_BINARY_DIR}/zqdatabase.pc
+    DESTINATION ${CMAKE_INSTALL_LIBDIR}/pkgconfig)

@@ -1,47 +1,80 @@
 // zqdb: drives the zqdatabase library from the command line.
-#include <database/databasemanager.h>
+#include "commands.h"
 
 #include <core/settings.h>
 
 #include <QCommandLineParser>
 #include <QCoreApplication>
+#include <QTextCodec>
 #include <QTextStream>
 
 #include <cstdio>
 
 namespace {
 
-enum ExitCode { Success = 0, Failure = 1, Usage = 2 };
-
-QTextStream &out()
+struct Command
 {
-    static QTextStream stream(stdout);
-    return stream;
+    const char *name;
+    const char *synopsis;
+    const char *description;
+    QStringList positional; // names of the required positional arguments
+};
+
+const QList<Command> &commands()
+{
+    static const QList<Command> list = {
+        {"list", "list", QT_TRANSLATE_NOOP("zqdb", "Lists the catalogued databases, the default first (marked *)."), {}},
+        {"info", "info NAME", QT_TRANSLATE_NOOP("zqdb", "Shows the tables, fields, field types and record count of a database."), {"NAME"}},
+        {"cat", "cat NAME [--from ROW] [--count N] [--columns LIST] [--csv]", QT_TRANSLATE_NOOP("zqdb", "Prints rows of a database, reading 50,000 rows per table."), {"NAME"}},
+        {"import", "import SOURCE DATABASE [--separator TEXT]", QT_TRANSLATE_NOOP("zqdb", "Imports a text file or an .xlsx/.xlsm spreadsheet into a database file."), {"SOURCE", "DATABASE"}},
+        {"export", "export DATABASE CSVFILE", QT_TRANSLATE_NOOP("zqdb", "Writes the first table of a database to a GBK CSV file."), {"DATABASE", "CSVFILE"}},
+        {"memory", "memory FILE", QT_TRANSLATE_NOOP("zqdb", "Fills the memory table from \"@;!\"-joined lines and prints it by walking the cursor."), {"FILE"}},
+    };
+    return list;
 }
 
-QTextStream &err()
+QString tr(const char *text)
 {
-    static QTextStream stream(stderr);
-    return stream;
+    return QCoreApplication::translate("zqdb", text);
 }
 
-int runList()
+const Command *findCommand(const QString &name)
 {
-    Database::DatabaseManager::init();
-    Database::DatabaseManager *manager = Database::DatabaseManager::instance();
-    const QStringList names = manager->names();
-    if (names.isEmpty()) {
-        out() << QCoreApplication::translate("zqdb", "No databases found.") << '\n';
+    for (const Command &command : commands()) {
+        if (name == QLatin1String(command.name))
+            return &command;
     }
-    int width = 0;
-    for (const QString &name : names)
-        width = qMax(width, name.size());
-    for (const QString &name : names) {
-        const QString marker = name == manager->getDefaultDbName() ? QStringLiteral("*") : QStringLiteral(" ");
-        out() << marker << ' ' << name.leftJustified(width) << "  " << manager->path(name) << '\n';
-    }
-    Database::DatabaseManager::destruct();
-    return Success;
+    return nullptr;
+}
+
+QString generalHelp(const QCommandLineParser &parser)
+{
+    QString text = parser.helpText();
+    text += QLatin1Char('\n') + tr("Commands:") + QLatin1Char('\n');
+    for (const Command &command : commands())
+        text += QStringLiteral("  %1\n      %2\n").arg(QLatin1String(command.synopsis), tr(command.description));
+    text += QLatin1Char('\n') + tr("Run 'zqdb COMMAND --help' for the options of one command.") + QLatin1Char('\n');
+    return text;
+}
+
+// Parses "\t", "tab" and other escapes a shell user would type for a separator.
+QString unescapeSeparator(const QString &text)
+{
+    if (text == QLatin1String("tab") || text == QLatin1String("\\t"))
+        return QStringLiteral("\t");
+    QString result = text;
+    result.replace(QLatin1String("\\t"), QLatin1String("\t"));
+    return result;
+}
+
+bool parseCount(const QString &text, int *value)
+{
+    bool ok = false;
+    const int number = text.toInt(&ok);
+    if (!ok || number < 0)
+        return false;
+    *value = number;
+    return true;
 }
 
 } // namespace
@@ -50,34 +83,121 @@ int main(int argc, char *argv[])
 {
     QCoreApplication app(argc, argv);
     QCoreApplication::setApplicationName(QStringLiteral("zqdb"));
+    QCoreApplication::setApplicationVersion(QStringLiteral(ZQDB_VERSION));
 
+    QTextStream out(stdout);
+    QTextStream err(stderr);
+    out.setCodec("UTF-8");
+    err.setCodec("UTF-8");
+
+    const QCommandLineOption sysDir(QStringLiteral("sys-dir"), tr("System database directory."), QStringLiteral("dir"));
+    const QCommandLineOption userDir(QStringLiteral("user-dir"), tr("User database directory."), QStringLiteral("dir"));
+    const QCommandLineOption filter(QStringLiteral("filter"), tr("Database file name filter (default *.db)."), QStringLiteral("pattern"));
+    const QCommandLineOption from(QStringLiteral("from"), tr("First row to print, counted from 0 (default 0)."), QStringLiteral("row"));
+    const QCommandLineOption count(QStringLiteral("count"), tr("Number of rows to print (default 20)."), QStringLiteral("n"));
+    const QCommandLineOption columns(QStringLiteral("columns"), tr("Comma-separated field names or 1-based field numbers to print."), QStringLiteral("list"));
+    const QCommandLineOption csv(QStringLiteral("csv"), tr("Print CSV instead of aligned text."));
+    const QCommandLineOption separator(QStringLiteral("separator"), tr("Field separator of a text source (default \",\"; \\t or tab for a tab)."), QStringLiteral("text"));
+
+    // First pass: find the command; everything after it is left for the second pass.
     QCommandLineParser parser;
-    parser.setApplicationDescription(QCoreApplication::translate("zqdb", "Lists, reads, imports and exports zqdatabase databases."));
-    parser.addHelpOption();
-    const QCommandLineOption sysDir(QStringLiteral("sys-dir"), QCoreApplication::translate("zqdb", "System database directory."), QStringLiteral("dir"));
-    const QCommandLineOption userDir(QStringLiteral("user-dir"), QCoreApplication::translate("zqdb", "User database directory."), QStringLiteral("dir"));
-    const QCommandLineOption filter(QStringLiteral("filter"), QCoreApplication::translate("zqdb", "Database file name filter, e.g. *.db."), QStringLiteral("pattern"));
+    parser.setApplicationDescription(tr("Lists, reads, imports and exports zqdatabase databases."));
+    const QCommandLineOption help = parser.addHelpOption();
+    const QCommandLineOption version = parser.addVersionOption();
     parser.addOptions({sysDir, userDir, filter});
-    parser.addPositionalArgument(QStringLiteral("command"), QCoreApplication::translate("zqdb", "list"));
+    parser.addPositionalArgument(QStringLiteral("command"), tr("One of the commands below."), QStringLiteral("COMMAND"));
+    parser.setOptionsAfterPositionalArgumentsMode(QCommandLineParser::ParseAsPositionalArguments);
     if (!parser.parse(app.arguments())) {
-        err() << parser.errorText() << '\n';
-        return Usage;
+        err << "zqdb: " << parser.errorText() << '\n' << tr("Try 'zqdb --help'.") << '\n';
+        return Zqdb::Usage;
     }
-    if (parser.isSet(QStringLiteral("help")))
-        parser.showHelp(Success);
+    const QStringList firstPass = parser.positionalArguments();
+    if (parser.isSet(version)) {
+        out << "zqdb " << QCoreApplication::applicationVersion() << '\n';
+        return Zqdb::Success;
+    }
+    if (firstPass.isEmpty()) {
+        if (parser.isSet(help)) {
+            out << generalHelp(parser);
+            return Zqdb::Success;
+        }
+        err << tr("zqdb: no command given.") << '\n' << tr("Try 'zqdb --help'.") << '\n';
+        return Zqdb::Usage;
+    }
+    const Command *command = findCommand(firstPass.first());
+    if (!command) {
+        err << tr("zqdb: unknown command '%1'.").arg(firstPass.first()) << '\n'
+            << tr("Try 'zqdb --help'.") << '\n';
+        return Zqdb::Usage;
+    }
+
+    // Second pass: the command's own options and arguments, anywhere on the line.
+    const QString name = QLatin1String(command->name);
+    QCommandLineParser commandParser;
+    commandParser.setApplicationDescription(tr(command->description));
+    commandParser.addHelpOption();
+    commandParser.addOptions({sysDir, userDir, filter});
+    if (name == QLatin1String("cat"))
+        commandParser.addOptions({from, count, columns, csv});
+    if (name == QLatin1String("import"))
+        commandParser.addOption(separator);
+    commandParser.addPositionalArgument(name, tr("The command."), name);
+    for (const QString &argument : command->positional)
+        commandParser.addPositionalArgument(argument, QString(), argument);
+    const QString tryHelp = tr("Try 'zqdb %1 --help'.").arg(name);
+    if (!commandParser.parse(app.arguments())) {
+        err << "zqdb " << name << ": " << commandParser.errorText() << '\n' << tryHelp << '\n';
+        return Zqdb::Usage;
+    }
+    if (commandParser.isSet(QStringLiteral("help"))) {
+        out << commandParser.helpText();
+        return Zqdb::Success;
+    }
+    const QStringList args = commandParser.positionalArguments().mid(1);
+    if (args.size() != command->positional.size()) {
+        const QString expected = command->positional.isEmpty()
+                ? tr("no arguments") : command->positional.join(QLatin1Char(' '));
+        err << tr("zqdb %1: expected %2, got %3 argument(s).").arg(name, expected).arg(args.size())
+            << '\n' << tryHelp << '\n';
+        return Zqdb::Usage;
+    }
 
     Core::Settings &settings = Core::Settings::instance();
-    if (parser.isSet(sysDir))
-        settings.setDbSysDirPath(parser.value(sysDir));
-    if (parser.isSet(userDir))
-        settings.setDbUsrDirPath(parser.value(userDir));
-    if (parser.isSet(filter))
-        settings.setDbFileSuffixWithFilter(parser.value(filter));
+    if (commandParser.isSet(sysDir))
+        settings.setDbSysDirPath(commandParser.value(sysDir));
+    if (commandParser.isSet(userDir))
+        settings.setDbUsrDirPath(commandParser.value(userDir));
+    if (commandParser.isSet(filter))
+        settings.setDbFileSuffixWithFilter(commandParser.value(filter));
 
-    const QStringList args = parser.positionalArguments();
-    const QString command = args.value(0);
-    if (command == QLatin1String("list"))
-        return runList();
-    err() << QCoreApplication::translate("zqdb", "zqdb: unknown command '%1'. Try 'zqdb --help'.").arg(command) << '\n';
-    return Usage;
+    int result = Zqdb::Usage;
+    if (name == QLatin1String("list")) {
+        result = Zqdb::listDatabases(out, err);
+    } else if (name == QLatin1String("info")) {
+        result = Zqdb::showInfo(args.at(0), out, err);
+    } else if (name == QLatin1String("cat")) {
+        Zqdb::CatOptions options;
+        if (commandParser.isSet(from) && !parseCount(commandParser.value(from), &options.from)) {
+            err << tr("zqdb cat: --from takes a row number of 0 or more, not '%1'.").arg(commandParser.value(from)) << '\n' << tryHelp << '\n';
+            return Zqdb::Usage;
+        }
+        if (commandParser.isSet(count) && !parseCount(commandParser.value(count), &options.count)) {
+            err << tr("zqdb cat: --count takes a number of 0 or more, not '%1'.").arg(commandParser.value(count)) << '\n' << tryHelp << '\n';
+            return Zqdb::Usage;
+        }
+        if (commandParser.isSet(columns))
+            options.columns = commandParser.value(columns).split(QLatin1Char(','), Qt::SkipEmptyParts);
+        options.csv = commandParser.isSet(csv);
+        result = Zqdb::catRows(args.at(0), options, out, err);
+    } else if (name == QLatin1String("import")) {
+        result = Zqdb::importFile(args.at(0), args.at(1), unescapeSeparator(commandParser.value(separator)),
+                                  commandParser.isSet(separator), out, err);
+    } else if (name == QLatin1String("export")) {
+        result = Zqdb::exportCsv(args.at(0), args.at(1), out, err);
+    } else if (name == QLatin1String("memory")) {
+        result = Zqdb::walkMemoryTable(args.at(0), out, err);
+    }
+    out.flush();
+    err.flush();
+    return result;
 }
