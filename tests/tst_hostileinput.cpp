@@ -10,6 +10,13 @@
 
 using TestSupport::sqliteQuery;
 
+// The bytes of a literal, embedded NULs included.
+template<int N>
+QByteArray bytes(const char (&literal)[N])
+{
+    return QByteArray(literal, N - 1);
+}
+
 class tst_HostileInput : public QObject
 {
     Q_OBJECT
@@ -43,16 +50,16 @@ void tst_HostileInput::textImport_data()
     for (char &byte : noise)
         byte = char(random.bounded(256));
     QTest::newRow("random bytes") << noise << -1;
-    QTest::newRow("NUL bytes inside fields") << QByteArray("a\0b,c\nd,e\0\0f\n", 13) << 2;
+    QTest::newRow("NUL bytes inside fields") << bytes("a\0b,c\nd,e\0\0f\n") << 2;
     QTest::newRow("only NUL bytes") << QByteArray(4096, '\0') << -1;
     QTest::newRow("invalid GB2312 sequences")
             << QByteArray("\xff\xfe\xfd,\x81\n\xa1,\xa1\xa1\xa1\n\x80\x80,x\n") << 3;
     QTest::newRow("UTF-8 mark then invalid UTF-8")
             << QByteArray("\xef\xbb\xbf\xc3\x28,\xe2\x82\n\xf0\x9f,ok\n") << 2;
-    QTest::newRow("UTF-16LE mark") << QByteArray("\xff\xfe" "a\0,\0b\0\n\0c\0,\0d\0\n\0", 22) << -1;
-    QTest::newRow("UTF-16BE mark") << QByteArray("\xfe\xff\0a\0,\0b\0\n\0c\0,\0d\0\n", 22) << -1;
+    QTest::newRow("UTF-16LE mark") << bytes("\xff\xfe" "a\0,\0b\0\n\0c\0,\0d\0\n\0") << -1;
+    QTest::newRow("UTF-16BE mark") << bytes("\xfe\xff\0a\0,\0b\0\n\0c\0,\0d\0\n") << -1;
     QTest::newRow("UTF-32LE mark")
-            << QByteArray("\xff\xfe\0\0a\0\0\0,\0\0\0b\0\0\0\n\0\0\0", 20) << -1;
+            << bytes("\xff\xfe\0\0a\0\0\0,\0\0\0b\0\0\0\n\0\0\0") << -1;
     QTest::newRow("lone carriage returns") << QByteArray("a,b\rc,d\re,f\r") << 1;
     QTest::newRow("control characters") << QByteArray("\x01\x02,\x1b[31m\n\x7f,\x08\n") << 2;
 }
