@@ -32,7 +32,8 @@ zqdb import examples/products.xlsx "$tour/user/products.db"
 zqdb list
 zqdb info cities
 zqdb cat cities --count 3
-zqdb cat products --columns 1,2 --csv
+zqdb cat products
+zqdb cat products --columns 1,4 --csv
 zqdb export cities "$tour/cities.csv"
 echo
 echo "\$ iconv -f GBK -t UTF-8 $tour/cities.csv   # the export is GBK; shown here decoded"

@@ -96,21 +96,37 @@ QStringList userTables(Database::DatabaseHandler *handler)
     return tables;
 }
 
+// Terminal cells a text takes: East Asian wide and full-width characters take two.
+int displayWidth(const QString &text)
+{
+    int width = 0;
+    for (const uint code : text.toUcs4()) {
+        const bool wide = (code >= 0x1100 && code <= 0x115f) || (code >= 0x2e80 && code <= 0xa4cf)
+                || (code >= 0xac00 && code <= 0xd7a3) || (code >= 0xf900 && code <= 0xfaff)
+                || (code >= 0xfe30 && code <= 0xfe4f) || (code >= 0xff00 && code <= 0xff60)
+                || (code >= 0xffe0 && code <= 0xffe6) || (code >= 0x20000 && code <= 0x3fffd);
+        width += wide ? 2 : 1;
+    }
+    return width;
+}
+
 // Prints rows as columns padded to their widest cell.
 void printAligned(QTextStream &out, const QStringList &header, const QList<QStringList> &rows)
 {
     QVector<int> widths(header.size());
     for (int c = 0; c < header.size(); ++c)
-        widths[c] = header.at(c).size();
+        widths[c] = displayWidth(header.at(c));
     for (const QStringList &row : rows)
         for (int c = 0; c < row.size() && c < widths.size(); ++c)
-            widths[c] = qMax(widths[c], row.at(c).size());
+            widths[c] = qMax(widths[c], displayWidth(row.at(c)));
     auto printRow = [&](const QStringList &row) {
         QString line;
         for (int c = 0; c < row.size(); ++c) {
             if (c > 0)
                 line += QLatin1String("  ");
-            line += c + 1 < row.size() ? row.at(c).leftJustified(widths[c]) : row.at(c);
+            line += row.at(c);
+            if (c + 1 < row.size())
+                line += QString(widths[c] - displayWidth(row.at(c)), QLatin1Char(' '));
         }
         out << line << '\n';
     };
