@@ -128,12 +128,19 @@ void tst_Zqdb::failures_data()
     QTest::newRow("export of an unknown name")
             << QStringList{"export", "nothere", "/tmp/x.csv"} << "no database named 'nothere'";
     QTest::newRow("memory of a missing file") << QStringList{"memory", "/no/such/lines.txt"} << "cannot read";
+    QTest::newRow("info of a text file") << QStringList{"info", "@text"} << "is not an SQLite database";
+    QTest::newRow("export of a text file") << QStringList{"export", "@text", "/tmp/x.csv"}
+                                           << "is not an SQLite database";
 }
 
 void tst_Zqdb::failures()
 {
     QFETCH(QStringList, arguments);
     QFETCH(QString, message);
+    // "@text" stands for a file that exists but is no database.
+    const QString textFile = m_catalogue->filePath("notes.txt");
+    QVERIFY(TestSupport::writeFile(textFile, "just notes\n"));
+    arguments.replaceInStrings("@text", textFile);
     const Run run = zqdb(arguments);
     QCOMPARE(run.exitCode, 1);
     QVERIFY2(run.err.contains(message), qPrintable(run.err));

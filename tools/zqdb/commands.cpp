@@ -89,6 +89,21 @@ QString unknownDatabase(const QString &command, const QString &nameOrPath)
             .arg(command, nameOrPath);
 }
 
+// SQLite opens any file lazily, so a file that is not a database must be recognised here.
+bool looksLikeSqlite(const QString &path)
+{
+    QFile file(path);
+    if (!file.open(QIODevice::ReadOnly))
+        return false;
+    const QByteArray header = file.read(16);
+    return header.isEmpty() || header == QByteArray("SQLite format 3", 16);
+}
+
+QString notADatabase(const QString &command, const QString &path)
+{
+    return tr("zqdb %1: '%2' is not an SQLite database.").arg(command, QDir::toNativeSeparators(path));
+}
+
 QStringList userTables(Database::DatabaseHandler *handler)
 {
     QStringList tables = handler->getTables();
@@ -215,6 +230,10 @@ int showInfo(const QString &database, QTextStream &out, QTextStream &err)
         return Failure;
     }
     const QString path = session.catalogue()->path(name);
+    if (!looksLikeSqlite(path)) {
+        err << notADatabase(QStringLiteral("info"), path) << '\n';
+        return Failure;
+    }
     // The handler takes field types from the application's default connection.
     QSqlDatabase defaultConnection = QSqlDatabase::addDatabase(QStringLiteral("QSQLITE"));
     defaultConnection.setDatabaseName(path);
@@ -251,6 +270,10 @@ int catRows(const QString &database, const CatOptions &options, QTextStream &out
     const QString name = session.resolve(database);
     if (name.isEmpty()) {
         err << unknownDatabase(QStringLiteral("cat"), database) << '\n';
+        return Failure;
+    }
+    if (!looksLikeSqlite(session.catalogue()->path(name))) {
+        err << notADatabase(QStringLiteral("cat"), session.catalogue()->path(name)) << '\n';
         return Failure;
     }
     Database::DatabaseHandler *handler = session.open(name);
@@ -361,7 +384,9 @@ int exportCsv(const QString &database, const QString &csvFile, QTextStream &out,
     }
     if (!Database::DatabaseExport::toCSV(path, csvFile)) {
         const QFileInfo target(csvFile);
-        if (!QFileInfo(target.absolutePath()).isDir() || (target.exists() && !target.isWritable()))
+        if (!looksLikeSqlite(path))
+            err << notADatabase(QStringLiteral("export"), path) << '\n';
+        else if (!QFileInfo(target.absolutePath()).isDir() || (target.exists() && !target.isWritable()))
             err << tr("zqdb export: cannot write '%1'.").arg(csvFile) << '\n';
         else
             err << tr("zqdb export: '%1' has no table to export, or is not an SQLite database.").arg(path) << '\n';

@@ -4,6 +4,7 @@
 #include <core/settings.h>
 
 #include <QCommandLineParser>
+#include <QLoggingCategory>
 #include <QCoreApplication>
 #include <QTextCodec>
 #include <QTextStream>
@@ -93,6 +94,7 @@ int main(int argc, char *argv[])
     const QCommandLineOption sysDir(QStringLiteral("sys-dir"), tr("System database directory."), QStringLiteral("dir"));
     const QCommandLineOption userDir(QStringLiteral("user-dir"), tr("User database directory."), QStringLiteral("dir"));
     const QCommandLineOption filter(QStringLiteral("filter"), tr("Database file name filter (default *.db)."), QStringLiteral("pattern"));
+    const QCommandLineOption verbose(QStringLiteral("verbose"), tr("Show the library's console lines on standard error."));
     const QCommandLineOption from(QStringLiteral("from"), tr("First row to print, counted from 0 (default 0)."), QStringLiteral("row"));
     const QCommandLineOption count(QStringLiteral("count"), tr("Number of rows to print (default 20)."), QStringLiteral("n"));
     const QCommandLineOption columns(QStringLiteral("columns"), tr("Comma-separated field names or 1-based field numbers to print."), QStringLiteral("list"));
@@ -104,7 +106,7 @@ int main(int argc, char *argv[])
     parser.setApplicationDescription(tr("Lists, reads, imports and exports zqdatabase databases."));
     const QCommandLineOption help = parser.addHelpOption();
     const QCommandLineOption version = parser.addVersionOption();
-    parser.addOptions({sysDir, userDir, filter});
+    parser.addOptions({sysDir, userDir, filter, verbose});
     parser.addPositionalArgument(QStringLiteral("command"), tr("One of the commands below."), QStringLiteral("COMMAND"));
     parser.setOptionsAfterPositionalArgumentsMode(QCommandLineParser::ParseAsPositionalArguments);
     if (!parser.parse(app.arguments())) {
@@ -136,7 +138,7 @@ int main(int argc, char *argv[])
     QCommandLineParser commandParser;
     commandParser.setApplicationDescription(tr(command->description));
     commandParser.addHelpOption();
-    commandParser.addOptions({sysDir, userDir, filter});
+    commandParser.addOptions({sysDir, userDir, filter, verbose});
     if (name == QLatin1String("cat"))
         commandParser.addOptions({from, count, columns, csv});
     if (name == QLatin1String("import"))
@@ -161,6 +163,10 @@ int main(int argc, char *argv[])
             << '\n' << tryHelp << '\n';
         return Zqdb::Usage;
     }
+
+    // The library's console lines are for diagnosis; a user asks for them.
+    if (!commandParser.isSet(verbose))
+        QLoggingCategory::setFilterRules(QStringLiteral("zq.console.info=false"));
 
     Core::Settings &settings = Core::Settings::instance();
     if (commandParser.isSet(sysDir))
