@@ -2,6 +2,7 @@
 // leave a sound database, and never crash or hang.
 #include <database/databasegenerator.h>
 #include <database/memorydatabasemanager.h>
+#include <database/xlsxtodbgenerator.h>
 
 #include "testsupport.h"
 
@@ -29,6 +30,8 @@ private slots:
     void lineWiderThanSqliteAllows();
     void memoryLines_data();
     void memoryLines();
+    void spreadsheets_data();
+    void spreadsheets();
 
 private:
     QTemporaryDir m_dir;
@@ -150,6 +153,31 @@ void tst_HostileInput::memoryLines()
     } while (!memory->isEnd() && ++visited < 100);
     QVERIFY(!memory->recordValue(-1, 0).isValid());
     QVERIFY(!memory->recordValue(0, 1 << 20).isValid());
+}
+
+void tst_HostileInput::spreadsheets_data()
+{
+    QTest::addColumn<QString>("fileName"); // made by tests/data/make_hostile_xlsx.py
+    QTest::addColumn<QString>("log");
+
+    QTest::newRow("shared string inflating to 1.2 GB")
+            << "bomb-sharedstrings.xlsx" << "Cannot open file %1 for reading.";
+    QTest::newRow("sheet inflating to 1.2 GB") << "bomb-sheet.xlsx" << "Cannot open file %1 for reading.";
+    QTest::newRow("500,000 nested elements") << "deep-nesting.xlsx" << "%1 has no valid data.";
+    QTest::newRow("500,000 nested elements, Qt reader")
+            << "deep-nesting-doctype.xlsx" << "%1 has no valid data.";
+}
+
+// Refused or read as empty, through the importer's log, without exhausting memory.
+void tst_HostileInput::spreadsheets()
+{
+    QFETCH(QString, fileName);
+    QFETCH(QString, log);
+    const QString source = QStringLiteral(ZQ_TEST_DATA_DIR "/") + fileName;
+    QVERIFY(QFile::exists(source));
+    Database::XlsxToDBGenerator generator;
+    QVERIFY(!generator.importOriginalFile(source, m_dir.filePath("bomb.db")));
+    QCOMPARE(generator.getLog(), log.arg(source));
 }
 
 QTEST_GUILESS_MAIN(tst_HostileInput)
