@@ -38,10 +38,16 @@ void maybeVanish(const char *path)
         ::unlink(path);
 }
 
-template<typename Fn>
-Fn nextSymbol(const char *name)
+using OpenFunction = int (*)(const char *, int, ...);
+
+// Passes an open call on to the C library's function of that name, after the vanishing trick.
+int forwardOpen(OpenFunction *real, const char *symbol, const char *path, int flags, va_list args)
 {
-    return reinterpret_cast<Fn>(dlsym(RTLD_NEXT, name));
+    const mode_t mode = (flags & (O_CREAT | O_TMPFILE)) ? mode_t(va_arg(args, int)) : 0;
+    maybeVanish(path);
+    if (!*real)
+        *real = reinterpret_cast<OpenFunction>(dlsym(RTLD_NEXT, symbol));
+    return (*real)(path, flags, mode);
 }
 
 } // namespace
@@ -50,30 +56,22 @@ Fn nextSymbol(const char *name)
 // the project builds with hidden visibility.
 extern "C" Q_DECL_EXPORT int open(const char *path, int flags, ...)
 {
-    mode_t mode = 0;
-    if (flags & (O_CREAT | O_TMPFILE)) {
-        va_list args;
-        va_start(args, flags);
-        mode = mode_t(va_arg(args, int));
-        va_end(args);
-    }
-    maybeVanish(path);
-    static auto real = nextSymbol<int (*)(const char *, int, ...)>("open");
-    return real(path, flags, mode);
+    static OpenFunction real = nullptr;
+    va_list args;
+    va_start(args, flags);
+    const int fd = forwardOpen(&real, "open", path, flags, args);
+    va_end(args);
+    return fd;
 }
 
 extern "C" Q_DECL_EXPORT int open64(const char *path, int flags, ...)
 {
-    mode_t mode = 0;
-    if (flags & (O_CREAT | O_TMPFILE)) {
-        va_list args;
-        va_start(args, flags);
-        mode = mode_t(va_arg(args, int));
-        va_end(args);
-    }
-    maybeVanish(path);
-    static auto real = nextSymbol<int (*)(const char *, int, ...)>("open64");
-    return real(path, flags, mode);
+    static OpenFunction real = nullptr;
+    va_list args;
+    va_start(args, flags);
+    const int fd = forwardOpen(&real, "open64", path, flags, args);
+    va_end(args);
+    return fd;
 }
 
 int main(int argc, char *argv[])
