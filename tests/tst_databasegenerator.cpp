@@ -2,28 +2,15 @@
 
 #include "testsupport.h"
 
-#include <QRandomGenerator>
-#include <QSqlDatabase>
-#include <QSqlError>
-#include <QSqlQuery>
-#include <QSqlRecord>
-#include <QTextCodec>
+#include <QtSql>
 #include <QtTest>
 
+#include <dlfcn.h>
+
 using Database::DatabaseGenerator;
-using TestSupport::sqlite;
-using TestSupport::sqliteQuery;
+using TestSupport::iconvEncode;
 
 namespace {
-
-QByteArray repeatLines(const QByteArray &line, int count)
-{
-    QByteArray bytes;
-    bytes.reserve(line.size() * count);
-    for (int i = 0; i < count; ++i)
-        bytes += line;
-    return bytes;
-}
 
 // Lines "1,a", "2,a", ... so that every row of every table can be told apart.
 QByteArray numberedLines(int count, const QByteArray &suffix = ",a")
@@ -34,6 +21,15 @@ QByteArray numberedLines(int count, const QByteArray &suffix = ",a")
     return bytes;
 }
 
+// Run by SQLite on every connection it opens: foreign keys on, as an SQLite built with them on
+// by default has it, so that a deferred key fails the COMMIT rather than an insert.
+int enableForeignKeys(void *db, const char **, const void *)
+{
+    const auto exec = reinterpret_cast<int (*)(void *, const char *, void *, void *, char **)>(
+            dlsym(RTLD_DEFAULT, "sqlite3_exec"));
+    return exec(db, "PRAGMA foreign_keys = ON", nullptr, nullptr, nullptr);
+}
+
 } // namespace
 
 class tst_DatabaseGenerator : public QObject
@@ -41,469 +37,245 @@ class tst_DatabaseGenerator : public QObject
     Q_OBJECT
 
 private slots:
+    void initTestCase();
     void init();
-
-    void separatorDefaults();
     void import_data();
     void import();
-    void createStatement_data();
-    void createStatement();
-    void errors_data();
-    void errors();
-    void mismatchingTableLogsEveryRow();
-    void failingRowRollsBackBatch();
-    void failingBatchDoesNotStopNext();
     void batches_data();
     void batches();
-    void reimportResetsIds();
-    void shorterReimportKeepsExtraTables();
-    void gb2312Text();
-    void byteOrderMarkOnFirstLineOnly();
-    void longGb2312Line();
     void matchesLineByLineReading();
 
 private:
-    bool importFile(DatabaseGenerator &generator, const QByteArray &bytes);
+    bool importFile(DatabaseGenerator &generator, const QByteArray &bytes)
+    {
+        return TestSupport::writeFile(m_source, bytes)
+                && generator.importOriginalFile(m_source, m_database);
+    }
+    QString query(const QString &sql) const { return TestSupport::sqliteQuery(m_database, sql); }
 
-    QScopedPointer<QTemporaryDir> m_dir;
+    QTemporaryDir m_dir;
+    int m_run = 0;
     QString m_source;
     QString m_database;
 };
 
+void tst_DatabaseGenerator::initTestCase()
+{
+    // SQLite is the driver's library, which the test does not link itself.
+    const auto autoExtension = reinterpret_cast<int (*)(void (*)())>(
+            dlsym(RTLD_DEFAULT, "sqlite3_auto_extension"));
+    QVERIFY(m_dir.isValid() && autoExtension && dlsym(RTLD_DEFAULT, "sqlite3_exec"));
+    QCOMPARE(autoExtension(reinterpret_cast<void (*)()>(enableForeignKeys)), 0);
+}
+
+// Files of earlier tests stay: the shared import connection reopens the last one it used.
 void tst_DatabaseGenerator::init()
 {
-    m_dir.reset(new QTemporaryDir);
-    QVERIFY(m_dir->isValid());
-    m_source = m_dir->filePath(QStringLiteral("source.txt"));
-    m_database = m_dir->filePath(QStringLiteral("import.db"));
+    m_source = m_dir.filePath(QStringLiteral("source%1.txt").arg(++m_run));
+    m_database = m_dir.filePath(QStringLiteral("import%1.db").arg(m_run));
 }
 
-bool tst_DatabaseGenerator::importFile(DatabaseGenerator &generator, const QByteArray &bytes)
+// A row: importing bytes split by separator into a database file prepared with setup gives
+// log (a regular expression, empty for success), table1 holding rows (every column quote()d,
+// through the sqlite3 shell) and, when given, table1's CREATE statement.
+void addImport(const char *name, const QString &separator, const QByteArray &bytes,
+               const QString &rows, const QString &log = QString(),
+               const QString &setup = QString(), const QString &statement = QString(),
+               const QString &database = QString()) // "-" for none, else a relative path
 {
-    if (!TestSupport::writeFile(m_source, bytes))
-        return false;
-    return generator.importOriginalFile(m_source, m_database);
-}
-
-void tst_DatabaseGenerator::separatorDefaults()
-{
-    DatabaseGenerator generator;
-    QCOMPARE(generator.getSeparator(), QStringLiteral(","));
-    QVERIFY(generator.getLog().isNull());
-    generator.setSeparator(QStringLiteral(";"));
-    QCOMPARE(generator.getSeparator(), QStringLiteral(";"));
-    DatabaseGenerator copy(generator);
-    QCOMPARE(copy.getSeparator(), QStringLiteral(";"));
+    QTest::newRow(name) << bytes << separator << rows << log << setup << statement << database;
 }
 
 void tst_DatabaseGenerator::import_data()
 {
-    QTest::addColumn<QString>("separator");
-    QTest::addColumn<QByteArray>("bytes");
-    QTest::addColumn<int>("columns");
-    QTest::addColumn<QString>("rows"); // table1 through the sqlite3 shell, quote()d
+    QTest::addColumn<QByteArray>("bytes"); // no source file when null
+    for (const char *column : {"separator", "rows", "log", "setup", "statement", "database"})
+        QTest::addColumn<QString>(column);
 
-    QTest::newRow("plain") << "," << QByteArray("a,b\nc,d\n") << 2
-                           << "1|'a'|'b'\n2|'c'|'d'";
-    QTest::newRow("wider seventh line pads the head")
-            << "," << repeatLines("a,b,c\n", 6) + "1,2,3,4\n" << 4
-            << "1|'a'|'b'|'c'|''\n2|'a'|'b'|'c'|''\n3|'a'|'b'|'c'|''\n"
-               "4|'a'|'b'|'c'|''\n5|'a'|'b'|'c'|''\n6|'a'|'b'|'c'|''\n7|'1'|'2'|'3'|'4'";
-    QTest::newRow("narrower line after the head padded")
-            << "," << QByteArray("a,b\n,\n,\n,\n,\nc,d\ne\n") << 2
-            << "1|'a'|'b'\n2|'c'|'d'\n3|'e'|''";
-    QTest::newRow("empty first line, other separator inside")
-            << "," << QByteArray("\na;b\nc;d\n") << 1 << "1|'a;b'\n2|'c;d'";
-    QTest::newRow("separator-only lines are no rows")
-            << "," << QByteArray(",,,\na,b\n,\nc,d\n") << 2 << "1|'a'|'b'\n2|'c'|'d'";
-    QTest::newRow("separator-only lines count toward the head")
-            << "," << repeatLines(",,\n", 5) + "a,b\na,b,c\n" << 3
-            << "1|'a'|'b'|''\n2|'a'|'b'|'c'";
-    QTest::newRow("line trimmed, fields keep blanks")
-            << "," << QByteArray("x, y ,z\n \tp,q,r\t \n") << 3
-            << "1|'x'|' y '|'z'\n2|'p'|'q'|'r'";
-    QTest::newRow("empty fields dropped") << "," << QByteArray("a,,c\n") << 2 << "1|'a'|'c'";
-    QTest::newRow("quotes and comment sign verbatim")
-            << "," << QByteArray("\"a,b\",--x,'y');\n") << 4
-            << "1|'\"a'|'b\"'|'--x'|'''y'');'";
-    QTest::newRow("CRLF") << "," << QByteArray("a,b\r\nc,d\r\n") << 2
-                          << "1|'a'|'b'\n2|'c'|'d'";
-    QTest::newRow("no final line feed") << "," << QByteArray("a,b\nc,d") << 2
-                                        << "1|'a'|'b'\n2|'c'|'d'";
-    QTest::newRow("multi-character separator") << "::" << QByteArray("a::b:c\n") << 2
-                                               << "1|'a'|'b:c'";
-    QTest::newRow("tab separator") << "\t" << QByteArray("a\tb c\n") << 2 << "1|'a'|'b c'";
-    QTest::newRow("non-ASCII separator on ASCII lines")
-            << QStringLiteral("\u00a7") << QByteArray("a,b\n") << 1 << "1|'a,b'";
-    QTest::newRow("empty separator, one column") << "" << QByteArray("a\nb\n") << 1
-                                                 << "1|'a'\n2|'b'";
-    QTest::newRow("white-space-only lines skipped") << "," << QByteArray("a\n \t \nb\n") << 1
-                                                    << "1|'a'\n2|'b'";
+    const QString created("CREATE TABLE table1 (id INTEGER PRIMARY KEY AUTOINCREMENT,");
+    addImport("wider seventh line pads the head with ''", ",",
+              QByteArray("a,b,c\n").repeated(6) + "1,2,3,4\n",
+              "1|'a'|'b'|'c'|''\n2|'a'|'b'|'c'|''\n3|'a'|'b'|'c'|''\n"
+              "4|'a'|'b'|'c'|''\n5|'a'|'b'|'c'|''\n6|'a'|'b'|'c'|''\n7|'1'|'2'|'3'|'4'");
+    addImport("separator-only lines skipped, counted toward the head", ",",
+              QByteArray(",,\n").repeated(5) + "a,b\na,b,c\n", "1|'a'|'b'|''\n2|'a'|'b'|'c'", "",
+              "", created + " column1 TEXT , column2 TEXT , column3 TEXT  )");
+    addImport("blank lines skipped, other separator inside", ",", "\na;b\n \t \nc;d\n",
+              "1|'a;b'\n2|'c;d'", "", "", created + " column1 TEXT  )");
+    addImport("line trimmed, fields keep blanks, empty fields dropped", ",",
+              "x, y ,,z\n \tp,q,r\t \n", "1|'x'|' y '|'z'\n2|'p'|'q'|'r'");
+    addImport("quotes and comment sign verbatim", ",", "\"a,b\",--x,'y');\n",
+              "1|'\"a'|'b\"'|'--x'|'''y'');'");
+    addImport("CRLF, no final line end", ",", "a,b\r\nc,d", "1|'a'|'b'\n2|'c'|'d'");
+    addImport("multi-character separator", "::", "a::b:c\n", "1|'a'|'b:c'");
+    addImport("non-ASCII separator", QStringLiteral("\u00a7"), "a,b\n", "1|'a,b'");
+    addImport("empty separator, one column", "", "a\nb\n", "1|'a'\n2|'b'");
+    addImport("GB2312", ",", iconvEncode(QStringLiteral("北京,上海 路\n\"中文\",数据库--\n"), "GB2312"),
+              QStringLiteral("1|'北京'|'上海 路'\n2|'\"中文\"'|'数据库--'"));
+    addImport("byte-order mark makes its own line UTF-8, the next stays GB2312", ",",
+              "\xef\xbb\xbf" + QStringLiteral("名字,值\r\n").toUtf8()
+                      + iconvEncode(QStringLiteral("北京,上海\r\n"), "GB2312"),
+              QStringLiteral("1|'名字'|'值'\n2|'北京'|'上海'"));
+    // Longer than one QTextStream chunk and than QIODevice's buffer.
+    const QString longField(12000, QChar(0x4e2d));
+    addImport("GB2312 line longer than a chunk", ",",
+              iconvEncode("a,b\n" + longField + ",x\r\n", "GB2312"),
+              QStringLiteral("1|'a'|'b'\n2|'%1'|'x'").arg(longField));
+
+    const QByteArray ab("a,b\n");
+    const QString table = created + " column1 TEXT %1, column2 TEXT);";
+    const QString oldRow(" INSERT INTO table1 VALUES (NULL, 'old', 'row');");
+    addImport("source missing", ",", QByteArray(), "", "Open file fail");
+    addImport("only separators", ",", ",,\n,\n\n", "", "Source file empty");
+    addImport("sixth head line disagrees", ",", ab.repeated(5) + "a\n", "", "Content error");
+    addImport("empty separator, several columns", "", "ab\ncd\n", "", "Separator empty");
+    addImport("empty database name", ",", ab, "", "Database name empty", "", "", "-");
+    addImport("database directory missing", ",", ab, "", "Open database file failed!", "", "",
+              "missing/dir/x.db");
+    addImport("view in the way", ",", ab, "1", "Create database fail",
+              "CREATE VIEW table1 AS SELECT 1;", "CREATE VIEW table1 AS SELECT 1");
+    addImport("sequence cannot be reset", ",", ab, "", "Create database fail",
+              "CREATE TABLE table1 (a, b); INSERT INTO table1 VALUES (1, 2);");
+    addImport("rows cannot be deleted", ",", ab, "1|'old'|'row'", "Create database fail",
+              table.arg("") + oldRow
+                      + "CREATE TRIGGER keep BEFORE DELETE ON table1 BEGIN SELECT RAISE(ABORT, 'no'); END;");
+    // Reused as it is, neither dropped nor widened: every row fails.
+    addImport("existing table of other columns", ",", "a,b,c\nd,e,f\ng,h,i\n", "",
+              "\nRow = 1; [^\n]+\nRow = 2; [^\n]+\nRow = 3; [^\n]+", table.arg("") + oldRow,
+              table.arg("").chopped(1));
+    // The fast path has written row 1 when row 2 fails: the exact path takes the batch over.
+    addImport("failing rows roll the batch back", ",", "a,b\nbad,c\nd,e\nbad,f\n", "",
+              "\nRow = 2; [^\n]*CHECK constraint failed[^\n]*\nRow = 4; [^\n]+",
+              table.arg("CHECK (column1 <> 'bad')"));
+    addImport("commit fails", ",", ab, "", "FOREIGN KEY constraint failed[^\n]*",
+              "CREATE TABLE parent (x PRIMARY KEY); "
+                      + table.arg("REFERENCES parent DEFERRABLE INITIALLY DEFERRED"));
 }
 
 void tst_DatabaseGenerator::import()
 {
-    QFETCH(QString, separator);
     QFETCH(QByteArray, bytes);
-    QFETCH(int, columns);
+    QFETCH(QString, separator);
     QFETCH(QString, rows);
-
-    DatabaseGenerator generator;
-    generator.setSeparator(separator);
-    QVERIFY2(importFile(generator, bytes), qPrintable(generator.getLog()));
-    QCOMPARE(generator.getLog(), QString());
-
-    QStringList quoted{QStringLiteral("id")};
-    for (int column = 1; column <= columns; ++column)
-        quoted << QStringLiteral("quote(column%1)").arg(column);
-    QCOMPARE(sqliteQuery(m_database, QStringLiteral("SELECT %1 FROM table1 ORDER BY id;")
-                                             .arg(quoted.join(QLatin1Char(',')))),
-             rows);
-    QCOMPARE(sqliteQuery(m_database, QStringLiteral("SELECT count(*) FROM pragma_table_info('table1');")),
-             QString::number(columns + 1));
-    if (separator.isEmpty())
-        QCOMPARE(generator.getSeparator(), QStringLiteral(","));
-}
-
-void tst_DatabaseGenerator::createStatement_data()
-{
-    QTest::addColumn<QByteArray>("bytes");
-    QTest::addColumn<QString>("statement");
-
-    QTest::newRow("one column")
-            << QByteArray("a\n")
-            << "CREATE TABLE table1 (id INTEGER PRIMARY KEY AUTOINCREMENT, column1 TEXT  )";
-    QTest::newRow("three columns")
-            << QByteArray("a,b,c\n")
-            << "CREATE TABLE table1 (id INTEGER PRIMARY KEY AUTOINCREMENT, column1 TEXT ,"
-               " column2 TEXT , column3 TEXT  )";
-    QTest::newRow("twelve columns")
-            << QByteArray("1,2,3,4,5,6,7,8,9,10,11,12\n")
-            << "CREATE TABLE table1 (id INTEGER PRIMARY KEY AUTOINCREMENT, column1 TEXT ,"
-               " column2 TEXT , column3 TEXT , column4 TEXT , column5 TEXT , column6 TEXT ,"
-               " column7 TEXT , column8 TEXT , column9 TEXT , column10 TEXT , column11 TEXT ,"
-               " column12 TEXT  )";
-}
-
-void tst_DatabaseGenerator::createStatement()
-{
-    QFETCH(QByteArray, bytes);
-    QFETCH(QString, statement);
-    DatabaseGenerator generator;
-    QVERIFY2(importFile(generator, bytes), qPrintable(generator.getLog()));
-    QCOMPARE(sqliteQuery(m_database, QStringLiteral("SELECT sql FROM sqlite_master WHERE name = 'table1';")),
-             statement);
-}
-
-void tst_DatabaseGenerator::errors_data()
-{
-    QTest::addColumn<QByteArray>("bytes"); // no source file when null
-    QTest::addColumn<QString>("separator");
-    QTest::addColumn<QString>("database"); // "" for the test's file, else a relative path or "-"
-    QTest::addColumn<QString>("setup");    // SQL run on the database file first
-    QTest::addColumn<QString>("log");
-    QTest::addColumn<QString>("check");    // query on the database file afterwards
-    QTest::addColumn<QString>("checkResult");
-
-    const QByteArray ab("a,b\n");
-    QTest::newRow("source missing") << QByteArray() << "," << "" << "" << "Open file fail"
-                                    << "" << "";
-    QTest::newRow("source empty") << QByteArray("") << "," << "" << "" << "Source file empty"
-                                  << "" << "";
-    QTest::newRow("only separators") << QByteArray(",,\n,\n\n") << "," << "" << ""
-                                     << "Source file empty" << "" << "";
-    QTest::newRow("head disagrees") << QByteArray("a,b\na,b,c\n") << "," << "" << ""
-                                    << "Content error" << "" << "";
-    QTest::newRow("sixth head line disagrees")
-            << repeatLines(ab, 5) + "a\n" << "," << "" << "" << "Content error" << "" << "";
-    QTest::newRow("empty separator, several columns")
-            << QByteArray("ab\ncd\n") << "" << "" << "" << "Separator empty"
-            << "SELECT count(*) FROM sqlite_master;" << "0";
-    QTest::newRow("empty database name") << ab << "," << "-" << "" << "Database name empty"
-                                         << "" << "";
-    QTest::newRow("database directory missing")
-            << ab << "," << "missing/dir/x.db" << "" << "Open database file failed!" << ""
-            << "";
-    QTest::newRow("view in the way")
-            << ab << "," << "" << "CREATE VIEW table1 AS SELECT 1;" << "Create database fail"
-            << "SELECT type FROM sqlite_master WHERE name = 'table1';" << "view";
-    QTest::newRow("sequence cannot be reset")
-            << ab << "," << "" << "CREATE TABLE table1 (a, b); INSERT INTO table1 VALUES (1, 2);"
-            << "Create database fail" << "SELECT count(*) FROM table1;" << "0";
-    QTest::newRow("rows cannot be deleted")
-            << ab << "," << ""
-            << "CREATE TABLE table1 (id INTEGER PRIMARY KEY AUTOINCREMENT, column1 TEXT ,"
-               " column2 TEXT  ); INSERT INTO table1 VALUES (NULL, 'old', 'row');"
-               " CREATE TRIGGER keep BEFORE DELETE ON table1 BEGIN SELECT RAISE(ABORT, 'no'); END;"
-            << "Create database fail" << "SELECT column1 FROM table1;" << "old";
-}
-
-void tst_DatabaseGenerator::errors()
-{
-    QFETCH(QByteArray, bytes);
-    QFETCH(QString, separator);
-    QFETCH(QString, database);
-    QFETCH(QString, setup);
     QFETCH(QString, log);
-    QFETCH(QString, check);
-    QFETCH(QString, checkResult);
+    QFETCH(QString, setup);
+    QFETCH(QString, statement);
+    QFETCH(QString, database);
 
-    if (!bytes.isNull())
-        QVERIFY(TestSupport::writeFile(m_source, bytes));
-    if (!setup.isEmpty())
-        QVERIFY(sqlite(m_database, setup));
-    QString target = m_database;
-    if (database == QLatin1String("-"))
-        target.clear();
-    else if (!database.isEmpty())
-        target = m_dir->filePath(database);
-
+    QVERIFY(bytes.isNull() || TestSupport::writeFile(m_source, bytes));
+    QVERIFY(setup.isEmpty() || TestSupport::sqlite(m_database, setup));
     DatabaseGenerator generator;
-    generator.setSeparator(separator);
-    QVERIFY(!generator.importOriginalFile(m_source, target));
-    QCOMPARE(generator.getLog(), log);
-    if (!check.isEmpty())
-        QCOMPARE(sqliteQuery(m_database, check), checkResult);
-}
-
-// A table of other columns is reused, and every insert into it fails on its own.
-void tst_DatabaseGenerator::mismatchingTableLogsEveryRow()
-{
-    QVERIFY(sqlite(m_database, QStringLiteral(
-            "CREATE TABLE table1 (id INTEGER PRIMARY KEY AUTOINCREMENT, column1 TEXT ,"
-            " column2 TEXT  ); INSERT INTO table1 VALUES (NULL, 'old', 'row');")));
-    DatabaseGenerator generator;
-    QVERIFY(!importFile(generator, "a,b,c\nd,e,f\ng,h,i\n"));
-
-    const QStringList lines = generator.getLog().split(QLatin1Char('\n'));
-    QCOMPARE(lines.size(), 4);
-    QCOMPARE(lines.first(), QString());
-    for (int row = 1; row <= 3; ++row) {
-        const QString prefix = QStringLiteral("Row = %1; ").arg(row);
-        QVERIFY2(lines.at(row).startsWith(prefix), qPrintable(lines.at(row)));
-        QVERIFY(lines.at(row).size() > prefix.size());
-        QCOMPARE(lines.at(row).mid(prefix.size()), lines.at(1).mid(prefix.size()));
-    }
-    QCOMPARE(sqliteQuery(m_database, QStringLiteral("SELECT count(*) FROM table1;")),
-             QStringLiteral("0"));
-    QCOMPARE(sqliteQuery(m_database, QStringLiteral("SELECT sql FROM sqlite_master WHERE name = 'table1';")),
-             QStringLiteral("CREATE TABLE table1 (id INTEGER PRIMARY KEY AUTOINCREMENT, column1 TEXT ,"
-                            " column2 TEXT  )"));
-}
-
-// Rows before and after the failing one were written already when it fails: all are undone,
-// and only the failing row is logged.
-void tst_DatabaseGenerator::failingRowRollsBackBatch()
-{
-    QVERIFY(sqlite(m_database, QStringLiteral(
-            "CREATE TABLE table1 (id INTEGER PRIMARY KEY AUTOINCREMENT,"
-            " column1 TEXT CHECK (column1 <> 'bad'), column2 TEXT);")));
-    DatabaseGenerator generator;
-    QVERIFY(!importFile(generator, "a,b\nbad,c\nd,e\nbad,f\n"));
-    const QStringList lines = generator.getLog().split(QLatin1Char('\n'));
-    QCOMPARE(lines.size(), 3);
-    QCOMPARE(lines.at(0), QString());
-    QVERIFY2(lines.at(1).startsWith(QStringLiteral("Row = 2; ")), qPrintable(lines.at(1)));
-    QVERIFY2(lines.at(1).contains(QStringLiteral("CHECK constraint failed")),
-             qPrintable(lines.at(1)));
-    QVERIFY2(lines.at(2).startsWith(QStringLiteral("Row = 4; ")), qPrintable(lines.at(2)));
-    QCOMPARE(sqliteQuery(m_database, QStringLiteral("SELECT count(*) FROM table1;")),
-             QStringLiteral("0"));
-
-    // The table stays usable: the next clean import starts at id 1.
-    QVERIFY2(importFile(generator, "x,y\n"), qPrintable(generator.getLog()));
-    QCOMPARE(sqliteQuery(m_database, QStringLiteral("SELECT * FROM table1;")),
-             QStringLiteral("1|x|y"));
-}
-
-void tst_DatabaseGenerator::failingBatchDoesNotStopNext()
-{
-    QVERIFY(sqlite(m_database, QStringLiteral(
-            "CREATE TABLE table1 (id INTEGER PRIMARY KEY AUTOINCREMENT, column1 TEXT);")));
-    DatabaseGenerator generator;
-    QVERIFY(!importFile(generator, numberedLines(50001)));
-    // The log tells the last batch's result, which was clean.
-    QCOMPARE(generator.getLog(), QString());
-    QCOMPARE(sqliteQuery(m_database, QStringLiteral("SELECT count(*) FROM table1;")),
-             QStringLiteral("0"));
-    QCOMPARE(sqliteQuery(m_database, QStringLiteral("SELECT * FROM table2;")),
-             QStringLiteral("1|50001|a"));
+    if (separator != QLatin1String(",")) // the other rows rely on "," being the default
+        generator.setSeparator(separator);
+    const QString target = database == QLatin1String("-") ? QString()
+            : database.isEmpty() ? m_database : m_dir.filePath(database);
+    QCOMPARE(generator.importOriginalFile(m_source, target), log.isEmpty());
+    QVERIFY2(QRegularExpression(QRegularExpression::anchoredPattern(log))
+                     .match(generator.getLog()).hasMatch(),
+             qPrintable(generator.getLog()));
+    const QString columns = query(QStringLiteral(
+            "SELECT group_concat('quote(' || name || ')') FROM pragma_table_info('table1');"));
+    QCOMPARE(query(QStringLiteral("SELECT %1 FROM table1 ORDER BY rowid;").arg(columns)), rows);
+    if (!statement.isEmpty())
+        QCOMPARE(query(QStringLiteral("SELECT sql FROM sqlite_master WHERE name = 'table1';")),
+                 statement);
+    if (log.isEmpty())
+        QCOMPARE(generator.getSeparator(), separator.isEmpty() ? QStringLiteral(",") : separator);
 }
 
 void tst_DatabaseGenerator::batches_data()
 {
+    QTest::addColumn<QByteArray>("before"); // imported into the database file first
     QTest::addColumn<QByteArray>("bytes");
-    QTest::addColumn<QString>("tables"); // name:rows:value columns, in name order
+    QTest::addColumn<QString>("tables"); // name|rows|value columns|min id|max id|last column1
 
-    QTest::newRow("50,000 lines") << numberedLines(50000) << "table1:50000:2";
-    QTest::newRow("50,001 lines") << numberedLines(50001) << "table1:50000:2\ntable2:1:2";
-    QTest::newRow("wider line in the second batch")
-            << numberedLines(50000) + "x,y,z\n" << "table1:50000:2\ntable2:1:3";
-    QTest::newRow("wider line ends the first batch")
-            << numberedLines(49999) + "x,y,z\n1,2\n" << "table1:50000:3\ntable2:1:3";
-    QTest::newRow("skipped lines do not count")
-            << numberedLines(25000) + repeatLines(",\n", 10) + numberedLines(25000)
-            << "table1:50000:2";
+    QTest::newRow("50,000 rows among skipped lines") << QByteArray()
+            << numberedLines(25000) + QByteArray(",\n").repeated(10) + numberedLines(25000)
+            << "table1|50000|2|1|50000|25000";
+    QTest::newRow("column count keeps growing across batches")
+            << QByteArray() << numberedLines(49999) + "x,y,z\n1,2\n"
+            << "table1|50000|3|1|50000|x\ntable2|1|3|1|1|1";
+    // The log tells the last batch's result, which is clean.
+    QTest::newRow("failing first batch does not stop the second")
+            << QByteArray("x\n") << numberedLines(50001)
+            << "table1|0|1|||\ntable2|1|2|1|1|50001";
+    QTest::newRow("re-import restarts ids, keeps extra tables")
+            << numberedLines(100002) << numberedLines(50001, ",b")
+            << "table1|50000|2|1|50000|50000\ntable2|1|2|1|1|50001\ntable3|2|2|1|2|100002";
 }
 
 void tst_DatabaseGenerator::batches()
 {
+    QFETCH(QByteArray, before);
     QFETCH(QByteArray, bytes);
     QFETCH(QString, tables);
+
+    DatabaseGenerator generator;
+    QVERIFY(before.isEmpty() || importFile(generator, before));
+    // A table left empty is a batch that failed.
+    QCOMPARE(importFile(generator, bytes), !tables.contains(QStringLiteral("|0|")));
+    QCOMPARE(generator.getLog(), QString());
+    QStringList found;
+    const QString names = query(QStringLiteral(
+            "SELECT name FROM sqlite_master WHERE name GLOB 'table*' ORDER BY name;"));
+    for (const QString &name : names.split(QLatin1Char('\n')))
+        found << query(QStringLiteral(
+                "SELECT '%1', count(*), (SELECT count(*) - 1 FROM pragma_table_info('%1')), min(id),"
+                " max(id), (SELECT column1 FROM %1 ORDER BY id DESC LIMIT 1) FROM %1;").arg(name));
+    QCOMPARE(found.join(QLatin1Char('\n')), tables);
+}
+
+// Random lines mixing line ends, byte-order marks, GB2312, invalid bytes and long lines give
+// the rows that QIODevice::readLine() and a QTextStream per line give. They are bound through
+// QSQLITE, so that both sides meet SQLite's conversion of odd UTF-16 in the same way.
+void tst_DatabaseGenerator::matchesLineByLineReading()
+{
+    const QByteArray pieces[] = {",", "\r", "\r\n", " ", "\t", "ab", "\"", "--", "\xb0\xa1",
+                                 "\xc4\xe3", "\xff", "\x80", ",,", "\xfe\xff", "\xef\xbb\xbf",
+                                 "\xa1\xa1", "\xb0", "x y"};
+    QRandomGenerator random(1);
+    QByteArray bytes = QByteArray("h,h\n").repeated(6);
+    for (int line = 0; line < 6000; ++line) {
+        if (random.bounded(200) == 0)
+            bytes += QByteArray(random.bounded(30000), 'L');
+        for (int n = random.bounded(10); n > 0; --n)
+            bytes += pieces[random.bounded(int(sizeof pieces / sizeof *pieces))];
+        bytes += random.bounded(3) ? "\n" : "\r\n";
+    }
     DatabaseGenerator generator;
     QVERIFY2(importFile(generator, bytes), qPrintable(generator.getLog()));
 
-    QStringList found;
-    const QStringList names = sqliteQuery(m_database, QStringLiteral(
-            "SELECT name FROM sqlite_master WHERE type = 'table' AND name <> 'sqlite_sequence'"
-            " ORDER BY name;")).split(QLatin1Char('\n'));
-    for (const QString &name : names) {
-        found << name + QLatin1Char(':')
-                        + sqliteQuery(m_database, QStringLiteral("SELECT count(*), min(id), max(id) FROM %1;").arg(name))
-                                  .section(QLatin1Char('|'), 0, 0)
-                        + QLatin1Char(':')
-                        + QString::number(sqliteQuery(m_database, QStringLiteral("SELECT count(*) - 1 FROM pragma_table_info('%1');").arg(name)).toInt());
-        QCOMPARE(sqliteQuery(m_database, QStringLiteral("SELECT min(id) || '-' || max(id) = '1-' || count(*) FROM %1;").arg(name)),
-                 QStringLiteral("1"));
-    }
-    QCOMPARE(found.join(QLatin1Char('\n')), tables);
-    // Every table continues the file where the one before stopped.
-    if (tables.contains(QStringLiteral("table2")))
-        QCOMPARE(sqliteQuery(m_database, QStringLiteral("SELECT column1 FROM table2 WHERE id = 1;")),
-                 QString::fromLatin1(bytes.split('\n').at(50000).split(',').first()));
-}
-
-void tst_DatabaseGenerator::reimportResetsIds()
-{
-    DatabaseGenerator generator;
-    QVERIFY(importFile(generator, "a,b\nc,d\ne,f\n"));
-    QVERIFY(importFile(generator, "a,b\nc,d\ne,f\n"));
-    QCOMPARE(sqliteQuery(m_database, QStringLiteral("SELECT id, column1 FROM table1;")),
-             QStringLiteral("1|a\n2|c\n3|e"));
-    QCOMPARE(sqliteQuery(m_database, QStringLiteral("SELECT seq FROM sqlite_sequence WHERE name = 'table1';")),
-             QStringLiteral("3"));
-}
-
-void tst_DatabaseGenerator::shorterReimportKeepsExtraTables()
-{
-    DatabaseGenerator generator;
-    QVERIFY(importFile(generator, numberedLines(100002, ",first")));
-    QVERIFY(importFile(generator, numberedLines(50001, ",second")));
-    QCOMPARE(sqliteQuery(m_database, QStringLiteral(
-                     "SELECT (SELECT count(*) || column2 FROM table1),"
-                     " (SELECT count(*) || column2 FROM table2),"
-                     " (SELECT count(*) || column2 FROM table3);")),
-             QStringLiteral("50000second|1second|2first"));
-}
-
-void tst_DatabaseGenerator::gb2312Text()
-{
-    const QString text = QStringLiteral("北京,上海 路\n\"中文\",数据库--\n");
-    DatabaseGenerator generator;
-    QVERIFY(importFile(generator, TestSupport::iconvEncode(text, "GB2312")));
-    QCOMPARE(sqliteQuery(m_database, QStringLiteral("SELECT column1, column2 FROM table1;")),
-             QStringLiteral("北京|上海 路\n\"中文\"|数据库--"));
-}
-
-// The mark makes the first line UTF-8; every other line is still GB2312.
-void tst_DatabaseGenerator::byteOrderMarkOnFirstLineOnly()
-{
-    const QByteArray bytes = QByteArray("\xef\xbb\xbf") + QStringLiteral("名字,值\r\n").toUtf8()
-            + TestSupport::iconvEncode(QStringLiteral("北京,上海\r\n"), "GB2312");
-    DatabaseGenerator generator;
-    QVERIFY(importFile(generator, bytes));
-    QCOMPARE(sqliteQuery(m_database, QStringLiteral("SELECT column1, column2 FROM table1;")),
-             QStringLiteral("名字|值\n北京|上海"));
-}
-
-// Longer than one QTextStream chunk and than QIODevice's buffer.
-void tst_DatabaseGenerator::longGb2312Line()
-{
-    const QString field = QString(12000, QChar(0x4e2d));
-    DatabaseGenerator generator;
-    QVERIFY(importFile(generator, TestSupport::iconvEncode(QStringLiteral("a,b\n") + field
-                                                                   + QStringLiteral(",x\r\n"),
-                                                           "GB2312")));
-    QCOMPARE(sqliteQuery(m_database, QStringLiteral("SELECT length(column1), column2 FROM table1 WHERE id = 2;")),
-             QStringLiteral("12000|x"));
-    QCOMPARE(sqliteQuery(m_database, QStringLiteral("SELECT column1 = '%1' FROM table1 WHERE id = 2;").arg(field)),
-             QStringLiteral("1"));
-}
-
-// Random lines mixing line ends, byte-order marks, GB2312, invalid bytes and long lines must
-// give the rows that reading the file line by line with QIODevice::readLine() and a
-// QTextStream per line gives.
-void tst_DatabaseGenerator::matchesLineByLineReading()
-{
-    const QByteArray pieces[] = {",",  "\r",   "\r\n",   " ",        "\t",       "ab",
-                                 "\"", "--",   "\xb0\xa1", "\xc4\xe3", "\xff",     "\x80",
-                                 ",,", "\xfe\xff", "\xef\xbb\xbf", "\xa1\xa1", "\xb0", "x y"};
-    QTextCodec *codec = QTextCodec::codecForName("GB2312");
-    for (quint32 seed = 1; seed <= 3; ++seed) {
-        QRandomGenerator random(seed);
-        QByteArray bytes = repeatLines("h,h\n", 6);
-        for (int line = 0; line < 3000; ++line) {
-            if (random.bounded(200) == 0)
-                bytes += QByteArray(random.bounded(30000), 'L');
-            for (int n = random.bounded(10); n > 0; --n)
-                bytes += pieces[random.bounded(int(sizeof pieces / sizeof pieces[0]))];
-            bytes += random.bounded(3) ? "\n" : "\r\n";
-        }
-        QVERIFY(TestSupport::writeFile(m_source, bytes));
-
-        QList<QStringList> expected;
-        QFile file(m_source);
-        QVERIFY(file.open(QIODevice::ReadOnly | QIODevice::Text));
+    QStringList conditions{QStringLiteral("id = ?")};
+    const int columns = query(QStringLiteral("SELECT count(*) FROM pragma_table_info('table1');")).toInt();
+    for (int column = 1; column < columns; ++column)
+        conditions << QStringLiteral("column%1 = ?").arg(column);
+    QFile file(m_source);
+    QVERIFY(file.open(QIODevice::ReadOnly | QIODevice::Text));
+    int rows = 0;
+    {
+        QSqlDatabase db = QSqlDatabase::addDatabase(QStringLiteral("QSQLITE"), QStringLiteral("tst_reading"));
+        db.setDatabaseName(m_database);
+        QSqlQuery sql(db);
+        QVERIFY(db.open() && sql.prepare("SELECT count(*) FROM table1 WHERE " + conditions.join(" AND ")));
         while (!file.atEnd()) {
             const QByteArray line = file.readLine();
             QTextStream stream(line);
-            stream.setCodec(QTextCodec::codecForUtfText(line, codec));
-            const QStringList fields = stream.readAll().trimmed().split(
-                    QLatin1Char(','), Qt::SkipEmptyParts);
-            if (!fields.isEmpty())
-                expected.append(fields);
+            stream.setCodec(QTextCodec::codecForUtfText(line, QTextCodec::codecForName("GB2312")));
+            QStringList values = stream.readAll().trimmed().split(QLatin1Char(','), Qt::SkipEmptyParts);
+            if (values.isEmpty())
+                continue;
+            values.prepend(QString::number(++rows));
+            while (values.size() < columns)
+                values << QStringLiteral("");
+            for (const QString &value : qAsConst(values))
+                sql.addBindValue(value);
+            QVERIFY_SQL(sql, exec());
+            QVERIFY2(sql.next() && sql.value(0).toInt() == 1, qPrintable(values.join(',')));
         }
-
-        DatabaseGenerator generator;
-        const QString imported = m_dir->filePath(QStringLiteral("imported%1.db").arg(seed));
-        QVERIFY2(generator.importOriginalFile(m_source, imported), qPrintable(generator.getLog()));
-        // The expected rows go through QSqlQuery's binding into a file of their own, so both
-        // sides meet SQLite's own handling of odd UTF-16 text.
-        const QString connection = QStringLiteral("tst_reader_%1").arg(seed);
-        {
-            QSqlDatabase db = QSqlDatabase::addDatabase(QStringLiteral("QSQLITE"), connection);
-            db.setDatabaseName(m_dir->filePath(QStringLiteral("expected%1.db").arg(seed)));
-            QVERIFY(db.open());
-            QSqlQuery query(db);
-            QVERIFY_SQL(query, exec(QStringLiteral("ATTACH '%1' AS imported").arg(imported)));
-            QVERIFY_SQL(query, exec(QStringLiteral("SELECT * FROM imported.table1 ORDER BY id")));
-            const int columns = query.record().count() - 1;
-            QStringList names;
-            for (int column = 1; column <= columns; ++column)
-                names << QStringLiteral("column%1").arg(column);
-            QVERIFY_SQL(query, exec(QStringLiteral("CREATE TABLE expected (id INTEGER PRIMARY KEY, %1)")
-                                            .arg(names.join(QLatin1Char(',')))));
-            QVERIFY_SQL(query, exec(QStringLiteral("BEGIN")));
-            for (QStringList values : qAsConst(expected)) {
-                while (values.size() < columns)
-                    values << QStringLiteral("");
-                QVERIFY_SQL(query, prepare(QStringLiteral("INSERT INTO expected VALUES (NULL%1)")
-                                                   .arg(QStringLiteral(",?").repeated(columns))));
-                for (const QString &value : qAsConst(values))
-                    query.addBindValue(value);
-                QVERIFY_SQL(query, exec());
-            }
-            QVERIFY_SQL(query, exec(QStringLiteral("COMMIT")));
-            QVERIFY_SQL(query, exec(QStringLiteral(
-                    "SELECT (SELECT count(*) FROM expected), (SELECT count(*) FROM imported.table1),"
-                    " (SELECT count(*) FROM (SELECT * FROM expected EXCEPT SELECT * FROM imported.table1))")));
-            QVERIFY(query.next());
-            QCOMPARE(query.value(1).toInt(), query.value(0).toInt());
-            QCOMPARE(query.value(2).toInt(), 0);
-            QVERIFY(query.value(0).toInt() > 2000);
-        }
-        QSqlDatabase::removeDatabase(connection);
     }
+    QSqlDatabase::removeDatabase(QStringLiteral("tst_reading"));
+    QVERIFY(rows > 4000);
+    QCOMPARE(query(QStringLiteral("SELECT count(*) FROM table1;")), QString::number(rows));
 }
 
 QTEST_GUILESS_MAIN(tst_DatabaseGenerator)
