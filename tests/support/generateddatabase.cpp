@@ -1,16 +1,37 @@
 #include "generateddatabase.h"
 
-#include "testsupport.h"
-
 #include <database/databasemanager.h>
 
 #include <QDir>
-
 #include <QStringList>
 
 namespace TestSupport {
 
-bool writeGeneratedDatabase(const QString &path, const QList<int> &rowCounts, int columns)
+LoadedCatalogue::LoadedCatalogue()
+{
+    Database::DatabaseManager::init();
+}
+
+LoadedCatalogue::~LoadedCatalogue()
+{
+    Database::DatabaseManager::destruct();
+}
+
+QString LoadedCatalogue::file(const QString &name) const
+{
+    return QDir(sysDir()).filePath(name + QStringLiteral(".db"));
+}
+
+QString LoadedCatalogue::addWithSql(const QString &sql)
+{
+    const QString name = uniqueDatabaseName(QStringLiteral("db"));
+    if (!sqlite(file(name), sql))
+        return QString();
+    Database::DatabaseManager::instance()->reload();
+    return name;
+}
+
+QString LoadedCatalogue::addGenerated(const QList<int> &rowCounts, int columns)
 {
     QString sql = QStringLiteral("BEGIN;\n");
     for (int t = 1; t <= rowCounts.size(); ++t) {
@@ -18,7 +39,7 @@ bool writeGeneratedDatabase(const QString &path, const QList<int> &rowCounts, in
         QStringList names;
         QStringList cells;
         for (int c = 1; c <= columns; ++c) {
-            definitions << QStringLiteral("column%1 TEXT ").arg(c);
+            definitions << QStringLiteral("column%1 TEXT").arg(c);
             names << QStringLiteral("column%1").arg(c);
             cells << QStringLiteral("'t%1r' || i || 'c%2'").arg(t).arg(c);
         }
@@ -31,13 +52,7 @@ bool writeGeneratedDatabase(const QString &path, const QList<int> &rowCounts, in
                            .arg(t)
                            .arg(names.join(", "), cells.join(", "));
     }
-    sql += QStringLiteral("COMMIT;");
-    return sqlite(path, sql);
-}
-
-QString generatedCell(int table, int row, int column)
-{
-    return QStringLiteral("t%1r%2c%3").arg(table).arg(row).arg(column);
+    return addWithSql(sql + QStringLiteral("COMMIT;"));
 }
 
 QString uniqueDatabaseName(const QString &stem)
@@ -46,19 +61,9 @@ QString uniqueDatabaseName(const QString &stem)
     return stem + QStringLiteral("_") + QString::number(++counter);
 }
 
-QString systemDatabaseFile(const TempCatalogue &catalogue, const QString &name)
+QString generatedCell(int table, int row, int column)
 {
-    return QDir(catalogue.sysDir()).filePath(name + QStringLiteral(".db"));
-}
-
-QString addGeneratedDatabase(const TempCatalogue &catalogue, const QList<int> &rowCounts,
-                             int columns)
-{
-    const QString name = uniqueDatabaseName(QStringLiteral("db"));
-    if (!writeGeneratedDatabase(systemDatabaseFile(catalogue, name), rowCounts, columns))
-        return QString();
-    Database::DatabaseManager::instance()->reload();
-    return name;
+    return QStringLiteral("t%1r%2c%3").arg(table).arg(row).arg(column);
 }
 
 } // namespace TestSupport
