@@ -54,11 +54,9 @@ private slots:
     void load();
     void userFileWinsAndMissingDirectoriesAreEmpty();
     void reloadStartsFromDisk();
-    void addDatabaseFile_data();
-    void addDatabaseFile();
+    void fileOperations_data();
+    void fileOperations();
     void addDatabaseFiles();
-    void removeDatabaseFile_data();
-    void removeDatabaseFile();
     void removalsKeepDefaultName();
     void singletonLifecycle();
     void copyDoesNotReload();
@@ -113,7 +111,8 @@ void tst_DatabaseManager::load_data()
     QTest::newRow("default first by name, case ignored")
             << QStringList{"Zeta.db", "alpha.db", "Beta.db"} << QStringList() << "alpha"
             << QStringList{"alpha", "Beta", "Zeta"};
-    QTest::newRow("name cut at first dot") << QStringList{"x.y.db"} << QStringList() << "x" << QStringList{"x"};
+    QTest::newRow("name cut at first dot")
+            << QStringList{"x.y.db"} << QStringList() << "x" << QStringList{"x"};
     QTest::newRow("case-sensitive names are distinct")
             << QStringList{"orders.db", "Orders.db"} << QStringList() << "orders"
             << QStringList{"orders", "Orders"};
@@ -182,35 +181,52 @@ void tst_DatabaseManager::reloadStartsFromDisk()
     QCOMPARE(manager.names(), (QStringList{"a", "new"}));
 }
 
-void tst_DatabaseManager::addDatabaseFile_data()
+void tst_DatabaseManager::fileOperations_data()
 {
+    QTest::addColumn<bool>("add"); // else remove
     QTest::addColumn<QString>("fileName");
     QTest::addColumn<bool>("create");
-    QTest::addColumn<bool>("added");
-    QTest::addColumn<QString>("name");
+    QTest::addColumn<bool>("result");
+    QTest::addColumn<QStringList>("names"); // the catalogue afterwards, system file a.db first
 
-    QTest::newRow("new file outside the directories") << "extra.db" << true << true << "extra";
-    QTest::newRow("suffix not compared") << "notes.txt" << true << true << "notes";
-    QTest::newRow("missing file") << "missing.db" << false << false << "missing";
-    QTest::newRow("name already catalogued") << "a.other.db" << true << false << "a";
+    QTest::newRow("add: file outside the directories")
+            << true << "extra.db" << true << true << QStringList{"a", "extra"};
+    QTest::newRow("add: suffix not compared")
+            << true << "notes.txt" << true << true << QStringList{"a", "notes"};
+    QTest::newRow("add: missing file")
+            << true << "missing.db" << false << false << QStringList{"a"};
+    QTest::newRow("add: name taken, never overwritten")
+            << true << "a.other.db" << true << false << QStringList{"a"};
+    QTest::newRow("remove: other file, same base name")
+            << false << "other/a.sqlite" << true << true << QStringList();
+    QTest::newRow("remove: missing file, catalogued name")
+            << false << "a.db" << false << false << QStringList{"a"};
+    QTest::newRow("remove: existing file, unknown name")
+            << false << "b.db" << true << false << QStringList{"a"};
 }
 
-void tst_DatabaseManager::addDatabaseFile()
+void tst_DatabaseManager::fileOperations()
 {
+    QFETCH(bool, add);
     QFETCH(QString, fileName);
     QFETCH(bool, create);
-    QFETCH(bool, added);
-    QFETCH(QString, name);
+    QFETCH(bool, result);
+    QFETCH(QStringList, names);
     QVERIFY(this->create(m_catalogue->sysDir(), {"a.db"}));
     DatabaseManager manager;
     const QString file = m_catalogue->filePath(fileName);
     if (create)
         QVERIFY(TestSupport::writeFile(file, QByteArray()));
 
-    QCOMPARE(manager.addDatabaseFile(file), added);
-    const QString expected = added ? QFileInfo(file).absoluteFilePath()
-            : name == "a" ? QFileInfo(m_catalogue->sysDir() + "/a.db").absoluteFilePath() : QString();
-    QCOMPARE(manager.path(name), expected);
+    QCOMPARE(add ? manager.addDatabaseFile(file) : manager.removeDatabaseFile(file), result);
+    QCOMPARE(manager.names(), names);
+    if (manager.exists("a"))
+        QCOMPARE(manager.path("a"), QFileInfo(m_catalogue->sysDir() + "/a.db").absoluteFilePath());
+    if (add && result)
+        QCOMPARE(manager.path(names.last()), QFileInfo(file).absoluteFilePath());
+    // Files are never touched.
+    QVERIFY(QFile::exists(m_catalogue->sysDir() + "/a.db"));
+    QCOMPARE(QFile::exists(file), create);
 }
 
 void tst_DatabaseManager::addDatabaseFiles()
@@ -226,34 +242,6 @@ void tst_DatabaseManager::addDatabaseFiles()
     // The first file of a base name wins: adding never overwrites.
     QVERIFY(manager.addDatabaseFiles({first, second}));
     QCOMPARE(manager.path("dup"), QFileInfo(first).absoluteFilePath());
-}
-
-void tst_DatabaseManager::removeDatabaseFile_data()
-{
-    QTest::addColumn<QString>("fileName");
-    QTest::addColumn<bool>("create");
-    QTest::addColumn<bool>("removed");
-
-    QTest::newRow("existing file elsewhere, same base name") << "other/a.sqlite" << true << true;
-    QTest::newRow("missing file, catalogued name") << "a.db" << false << false;
-    QTest::newRow("existing file, unknown name") << "b.db" << true << false;
-}
-
-void tst_DatabaseManager::removeDatabaseFile()
-{
-    QFETCH(QString, fileName);
-    QFETCH(bool, create);
-    QFETCH(bool, removed);
-    QVERIFY(this->create(m_catalogue->sysDir(), {"a.db"}));
-    DatabaseManager manager;
-    const QString file = m_catalogue->filePath(fileName);
-    if (create)
-        QVERIFY(TestSupport::writeFile(file, QByteArray()));
-
-    QCOMPARE(manager.removeDatabaseFile(file), removed);
-    QCOMPARE(manager.exists("a"), !removed);
-    QVERIFY(QFile::exists(m_catalogue->sysDir() + "/a.db"));
-    QCOMPARE(QFile::exists(file), create);
 }
 
 void tst_DatabaseManager::removalsKeepDefaultName()
