@@ -6,9 +6,10 @@ DatabaseQueryData::DatabaseQueryData() = default;
 
 DatabaseQueryData::DatabaseQueryData(const QString &name, const QString &databaseName,
                                      const QString &statement)
-    : m_name(name), m_databaseName(databaseName), m_statement(statement)
-{
-}
+    : m_name(name)
+    , m_databaseName(databaseName)
+    , m_statement(statement)
+{ }
 
 DatabaseQueryData::DatabaseQueryData(const DatabaseQueryData &other) = default;
 DatabaseQueryData &DatabaseQueryData::operator=(const DatabaseQueryData &other) = default;

@@ -24,11 +24,12 @@ QString defaultDatabaseDir(const QString &leaf)
 // Initial values come from the environment so that hosts and tests can point the
 // catalogue somewhere else without code.
 Settings::Settings()
-    : m_dbSysDirPath(fromEnvironment("ZQDATABASE_SYS_DIR", defaultDatabaseDir(QStringLiteral("system"))))
-    , m_dbUsrDirPath(fromEnvironment("ZQDATABASE_USR_DIR", defaultDatabaseDir(QStringLiteral("user"))))
+    : m_dbSysDirPath(
+            fromEnvironment("ZQDATABASE_SYS_DIR", defaultDatabaseDir(QStringLiteral("system"))))
+    , m_dbUsrDirPath(
+              fromEnvironment("ZQDATABASE_USR_DIR", defaultDatabaseDir(QStringLiteral("user"))))
     , m_dbFileSuffixWithFilter(fromEnvironment("ZQDATABASE_FILE_FILTER", QStringLiteral("*.db")))
-{
-}
+{ }
 
 Settings &Settings::instance()
 {

@@ -209,8 +209,8 @@ void DatabaseManager::loadFiles()
 {
     clear();
     Core::Settings &settings = Core::Settings::instance();
-    QFileInfoList entries =
-            listDatabaseDir(settings.dbSysDirPath(), settings.dbFileSuffixWithFilter());
+    QFileInfoList entries
+            = listDatabaseDir(settings.dbSysDirPath(), settings.dbFileSuffixWithFilter());
     m_defaultDbName = entries.isEmpty() ? QString() : entries.first().baseName();
     entries += listDatabaseDir(settings.dbUsrDirPath(), settings.dbFileSuffixWithFilter());
     for (const QFileInfo &entry : qAsConst(entries))

@@ -16,7 +16,8 @@ inline void ensureApplication()
     static int argc = 1;
     static char name[] = "fuzz";
     static char *argv[] = {name, nullptr};
-    static QCoreApplication *app = QCoreApplication::instance() ? nullptr : new QCoreApplication(argc, argv);
+    static QCoreApplication *app
+            = QCoreApplication::instance() ? nullptr : new QCoreApplication(argc, argv);
     Q_UNUSED(app);
 }
 

@@ -44,9 +44,12 @@ QString integrity(const QString &database)
 QList<int> tableCounts(const QString &database)
 {
     QList<int> counts;
-    const QStringList tables = sqliteQuery(database,
-            "SELECT name FROM sqlite_master WHERE type='table' AND name LIKE 'table%' "
-            "ORDER BY CAST(substr(name, 6) AS INTEGER);").split('\n', Qt::SkipEmptyParts);
+    const QStringList tables
+            = sqliteQuery(
+                      database,
+                      "SELECT name FROM sqlite_master WHERE type='table' AND name LIKE 'table%' "
+                      "ORDER BY CAST(substr(name, 6) AS INTEGER);")
+                      .split('\n', Qt::SkipEmptyParts);
     for (const QString &table : tables)
         counts << sqliteQuery(database, "SELECT COUNT(*) FROM " + table + ";").toInt();
     return counts;
@@ -57,9 +60,11 @@ bool batchComplete(const QString &database, int tableIndex, int rows)
 {
     const int first = (tableIndex - 1) * 50000;
     const QString table = "table" + QString::number(tableIndex);
-    return sqliteQuery(database, QString("SELECT COUNT(*), MIN(id), MAX(id), "
-                                         "SUM(column1 = 'k-' || (id - 1 + %1)) FROM %2;")
-                                         .arg(first).arg(table))
+    return sqliteQuery(database,
+                       QString("SELECT COUNT(*), MIN(id), MAX(id), "
+                               "SUM(column1 = 'k-' || (id - 1 + %1)) FROM %2;")
+                               .arg(first)
+                               .arg(table))
             == QString("%1|1|%1|%1").arg(rows);
 }
 
@@ -104,7 +109,8 @@ void tst_Faults::initTestCase()
 {
     QVERIFY(m_dir.isValid());
     // A child that drops to "nobody" must be able to reach its files.
-    QVERIFY(QFile::setPermissions(m_dir.path(), QFileDevice::ReadOwner | QFileDevice::WriteOwner
+    QVERIFY(QFile::setPermissions(m_dir.path(),
+                                  QFileDevice::ReadOwner | QFileDevice::WriteOwner
                                           | QFileDevice::ExeOwner | QFileDevice::ReadOther
                                           | QFileDevice::ExeOther | QFileDevice::ReadGroup
                                           | QFileDevice::ExeGroup));
@@ -122,8 +128,9 @@ void tst_Faults::readOnlyDirectory()
     const QString existing = dir + "/existing.db";
     Database::DatabaseGenerator first;
     QVERIFY2(first.importOriginalFile(source, existing), qPrintable(first.getLog()));
-    QVERIFY(QFile::setPermissions(existing, QFile::permissions(existing) | QFileDevice::WriteOther
-                                                   | QFileDevice::ReadOther));
+    QVERIFY(QFile::setPermissions(existing,
+                                  QFile::permissions(existing) | QFileDevice::WriteOther
+                                          | QFileDevice::ReadOther));
     QVERIFY(::chmod(QFile::encodeName(dir).constData(), 0555) == 0);
 
     // Root ignores permission bits, so the child drops to "nobody" when it runs as root.
@@ -180,7 +187,8 @@ void tst_Faults::fullDisk()
     const QString database = m_dir.filePath("full.db");
 
     // A batch takes about 1.2 MB: the limit lets the first ones in and stops the rest.
-    const Outcome outcome = runDriver({"--fsize", QString::number(2500 * 1024), "text", source, database});
+    const Outcome outcome
+            = runDriver({"--fsize", QString::number(2500 * 1024), "text", source, database});
     QVERIFY(outcome.ran);
     QVERIFY(!outcome.result);
     QVERIFY2(!outcome.log.isEmpty(), "the last batch's failure must be in the log");
@@ -212,7 +220,10 @@ void tst_Faults::killedHalfWay()
     bool third = false;
     while (!third && timer.elapsed() < 120000 && driver.state() == QProcess::Running) {
         QThread::msleep(20);
-        third = sqliteQuery(database, ".timeout 2000\nSELECT COUNT(*) FROM sqlite_master WHERE name = 'table3';") == "1";
+        third = sqliteQuery(
+                        database,
+                        ".timeout 2000\nSELECT COUNT(*) FROM sqlite_master WHERE name = 'table3';")
+                == "1";
     }
     QVERIFY2(third, "the import never reached its third batch");
     ::kill(pid_t(driver.processId()), SIGKILL);
@@ -261,7 +272,8 @@ void tst_Faults::damagedDatabaseFile()
     QVERIFY(TestSupport::writeFile(source, numberedLines(0, 2000)));
     const QString database = m_dir.filePath("damaged-" + kind + ".db");
     if (kind == "text") {
-        QVERIFY(TestSupport::writeFile(database, QByteArray("just some notes, not SQLite\n").repeated(200)));
+        QVERIFY(TestSupport::writeFile(database,
+                                       QByteArray("just some notes, not SQLite\n").repeated(200)));
     } else {
         Database::DatabaseGenerator generator;
         QVERIFY(generator.importOriginalFile(source, database));

@@ -59,10 +59,11 @@ void tst_HostileInput::textImport_data()
             << QByteArray("\xff\xfe\xfd,\x81\n\xa1,\xa1\xa1\xa1\n\x80\x80,x\n") << 3;
     QTest::newRow("UTF-8 mark then invalid UTF-8")
             << QByteArray("\xef\xbb\xbf\xc3\x28,\xe2\x82\n\xf0\x9f,ok\n") << 2;
-    QTest::newRow("UTF-16LE mark") << bytes("\xff\xfe" "a\0,\0b\0\n\0c\0,\0d\0\n\0") << -1;
+    QTest::newRow("UTF-16LE mark") << bytes("\xff\xfe"
+                                            "a\0,\0b\0\n\0c\0,\0d\0\n\0")
+                                   << -1;
     QTest::newRow("UTF-16BE mark") << bytes("\xfe\xff\0a\0,\0b\0\n\0c\0,\0d\0\n") << -1;
-    QTest::newRow("UTF-32LE mark")
-            << bytes("\xff\xfe\0\0a\0\0\0,\0\0\0b\0\0\0\n\0\0\0") << -1;
+    QTest::newRow("UTF-32LE mark") << bytes("\xff\xfe\0\0a\0\0\0,\0\0\0b\0\0\0\n\0\0\0") << -1;
     QTest::newRow("lone carriage returns") << QByteArray("a,b\rc,d\re,f\r") << 1;
     QTest::newRow("control characters") << QByteArray("\x01\x02,\x1b[31m\n\x7f,\x08\n") << 2;
 }
@@ -130,12 +131,15 @@ void tst_HostileInput::memoryLines_data()
     QTest::addColumn<QStringList>("lines");
     QTest::addColumn<bool>("generated");
 
-    QTest::newRow("SQL in values") << QStringList{"a@;!b", "x'); DROP TABLE TestTable; --@;!y"} << true;
-    QTest::newRow("quotes everywhere") << QStringList{"'@;!'", "''@;!''''"} << true;
-    QTest::newRow("only separators") << QStringList{"@;!@;!@;!"} << false;
-    QTest::newRow("first line empty") << QStringList{"", "a@;!b"} << false;
-    QTest::newRow("NUL characters") << QStringList{QString::fromLatin1("a\0b@;!c", 7), "d@;!e"} << true;
-    QTest::newRow("three thousand columns") << QStringList{QString("v@;!").repeated(3000)} << false;
+    QTest::newRow("SQL in values")
+            << QStringList {"a@;!b", "x'); DROP TABLE TestTable; --@;!y"} << true;
+    QTest::newRow("quotes everywhere") << QStringList {"'@;!'", "''@;!''''"} << true;
+    QTest::newRow("only separators") << QStringList {"@;!@;!@;!"} << false;
+    QTest::newRow("first line empty") << QStringList {"", "a@;!b"} << false;
+    QTest::newRow("NUL characters")
+            << QStringList {QString::fromLatin1("a\0b@;!c", 7), "d@;!e"} << true;
+    QTest::newRow("three thousand columns")
+            << QStringList {QString("v@;!").repeated(3000)} << false;
 }
 
 void tst_HostileInput::memoryLines()
@@ -160,12 +164,14 @@ void tst_HostileInput::spreadsheets_data()
     QTest::addColumn<QString>("fileName"); // made by tests/data/make_hostile_xlsx.py
     QTest::addColumn<QString>("log");
 
-    QTest::newRow("shared string inflating to 1.2 GB")
-            << "bomb-sharedstrings.xlsx" << "Cannot open file %1 for reading.";
-    QTest::newRow("sheet inflating to 1.2 GB") << "bomb-sheet.xlsx" << "Cannot open file %1 for reading.";
-    QTest::newRow("500,000 nested elements") << "deep-nesting.xlsx" << "%1 has no valid data.";
-    QTest::newRow("500,000 nested elements, Qt reader")
-            << "deep-nesting-doctype.xlsx" << "%1 has no valid data.";
+    QTest::newRow("shared string inflating to 1.2 GB") << "bomb-sharedstrings.xlsx"
+                                                       << "Cannot open file %1 for reading.";
+    QTest::newRow("sheet inflating to 1.2 GB") << "bomb-sheet.xlsx"
+                                               << "Cannot open file %1 for reading.";
+    QTest::newRow("500,000 nested elements") << "deep-nesting.xlsx"
+                                             << "%1 has no valid data.";
+    QTest::newRow("500,000 nested elements, Qt reader") << "deep-nesting-doctype.xlsx"
+                                                        << "%1 has no valid data.";
 }
 
 // Refused or read as empty, through the importer's log, without exhausting memory.

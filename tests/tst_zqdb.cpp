@@ -46,7 +46,7 @@ private:
 Run tst_Zqdb::zqdb(const QStringList &arguments)
 {
     QProcess process;
-    QStringList all{"--sys-dir", m_catalogue->sysDir(), "--user-dir", m_catalogue->userDir()};
+    QStringList all {"--sys-dir", m_catalogue->sysDir(), "--user-dir", m_catalogue->userDir()};
     all += arguments;
     process.start(QStringLiteral(ZQDB_BINARY), all);
     Run run;
@@ -75,12 +75,16 @@ void tst_Zqdb::usageErrors_data()
     QTest::addColumn<QString>("message");
 
     QTest::newRow("no command") << QStringList() << "no command given";
-    QTest::newRow("unknown command") << QStringList{"frobnicate"} << "unknown command 'frobnicate'";
-    QTest::newRow("unknown option") << QStringList{"list", "--bogus"} << "Unknown option 'bogus'";
-    QTest::newRow("missing argument") << QStringList{"import", "a.csv"} << "expected SOURCE DATABASE";
-    QTest::newRow("extra argument") << QStringList{"list", "x"} << "expected no arguments";
-    QTest::newRow("bad count") << QStringList{"cat", "x", "--count", "-3"} << "--count takes a number";
-    QTest::newRow("option without value") << QStringList{"cat", "x", "--from"} << "Missing value after '--from'";
+    QTest::newRow("unknown command")
+            << QStringList {"frobnicate"} << "unknown command 'frobnicate'";
+    QTest::newRow("unknown option") << QStringList {"list", "--bogus"} << "Unknown option 'bogus'";
+    QTest::newRow("missing argument")
+            << QStringList {"import", "a.csv"} << "expected SOURCE DATABASE";
+    QTest::newRow("extra argument") << QStringList {"list", "x"} << "expected no arguments";
+    QTest::newRow("bad count") << QStringList {"cat", "x", "--count", "-3"}
+                               << "--count takes a number";
+    QTest::newRow("option without value")
+            << QStringList {"cat", "x", "--from"} << "Missing value after '--from'";
 }
 
 void tst_Zqdb::usageErrors()
@@ -99,19 +103,26 @@ void tst_Zqdb::helpForEveryCommand_data()
     QTest::addColumn<QString>("command");
     QTest::addColumn<QString>("option");
     QTest::newRow("general") << QString() << "Commands:";
-    QTest::newRow("list") << "list" << "--sys-dir";
-    QTest::newRow("info") << "info" << "NAME";
-    QTest::newRow("cat") << "cat" << "--columns";
-    QTest::newRow("import") << "import" << "--separator";
-    QTest::newRow("export") << "export" << "CSVFILE";
-    QTest::newRow("memory") << "memory" << "FILE";
+    QTest::newRow("list") << "list"
+                          << "--sys-dir";
+    QTest::newRow("info") << "info"
+                          << "NAME";
+    QTest::newRow("cat") << "cat"
+                         << "--columns";
+    QTest::newRow("import") << "import"
+                            << "--separator";
+    QTest::newRow("export") << "export"
+                            << "CSVFILE";
+    QTest::newRow("memory") << "memory"
+                            << "FILE";
 }
 
 void tst_Zqdb::helpForEveryCommand()
 {
     QFETCH(QString, command);
     QFETCH(QString, option);
-    const Run run = zqdb(command.isEmpty() ? QStringList{"--help"} : QStringList{command, "--help"});
+    const Run run
+            = zqdb(command.isEmpty() ? QStringList {"--help"} : QStringList {command, "--help"});
     QCOMPARE(run.exitCode, 0);
     QVERIFY2(run.out.contains(option), qPrintable(run.out));
 }
@@ -122,15 +133,18 @@ void tst_Zqdb::failures_data()
     QTest::addColumn<QString>("message");
 
     QTest::newRow("import of a missing file")
-            << QStringList{"import", "/no/such/file.csv", "/tmp/never.db"} << "no such file";
-    QTest::newRow("info of an unknown name") << QStringList{"info", "nothere"} << "no database named 'nothere'";
-    QTest::newRow("cat of an unknown name") << QStringList{"cat", "nothere"} << "zqdb list";
+            << QStringList {"import", "/no/such/file.csv", "/tmp/never.db"} << "no such file";
+    QTest::newRow("info of an unknown name")
+            << QStringList {"info", "nothere"} << "no database named 'nothere'";
+    QTest::newRow("cat of an unknown name") << QStringList {"cat", "nothere"} << "zqdb list";
     QTest::newRow("export of an unknown name")
-            << QStringList{"export", "nothere", "/tmp/x.csv"} << "no database named 'nothere'";
-    QTest::newRow("memory of a missing file") << QStringList{"memory", "/no/such/lines.txt"} << "cannot read";
-    QTest::newRow("info of a text file") << QStringList{"info", "@text"} << "is not an SQLite database";
-    QTest::newRow("export of a text file") << QStringList{"export", "@text", "/tmp/x.csv"}
-                                           << "is not an SQLite database";
+            << QStringList {"export", "nothere", "/tmp/x.csv"} << "no database named 'nothere'";
+    QTest::newRow("memory of a missing file")
+            << QStringList {"memory", "/no/such/lines.txt"} << "cannot read";
+    QTest::newRow("info of a text file")
+            << QStringList {"info", "@text"} << "is not an SQLite database";
+    QTest::newRow("export of a text file")
+            << QStringList {"export", "@text", "/tmp/x.csv"} << "is not an SQLite database";
 }
 
 void tst_Zqdb::failures()
@@ -170,8 +184,9 @@ void tst_Zqdb::importInfoCatRoundTrip()
     Run run = zqdb({"import", source, database, "--separator", "\\t"});
     QCOMPARE(run.exitCode, 0);
     QVERIFY2(run.out.contains("table1  3 row(s)"), qPrintable(run.out));
-    QCOMPARE(TestSupport::sqliteQuery(database, "SELECT column1, column2 FROM table1 WHERE id = 2;"),
-             QString("bob|42"));
+    QCOMPARE(
+            TestSupport::sqliteQuery(database, "SELECT column1, column2 FROM table1 WHERE id = 2;"),
+            QString("bob|42"));
 
     run = zqdb({"info", "people"});
     QCOMPARE(run.exitCode, 0);
@@ -190,9 +205,11 @@ void tst_Zqdb::importInfoCatRoundTrip()
 void tst_Zqdb::catCsvQuotesAndSelectsColumns()
 {
     const QString database = m_catalogue->userDir() + "/q.db";
-    QVERIFY(TestSupport::sqlite(database,
-                                "CREATE TABLE table1 (id INTEGER PRIMARY KEY AUTOINCREMENT, column1 TEXT, column2 TEXT);"
-                                "INSERT INTO table1 VALUES (NULL, 'a,b', 'say \"hi\"'), (NULL, 'plain', 'x');"));
+    QVERIFY(TestSupport::sqlite(
+            database,
+            "CREATE TABLE table1 (id INTEGER PRIMARY KEY AUTOINCREMENT, column1 TEXT, column2 "
+            "TEXT);"
+            "INSERT INTO table1 VALUES (NULL, 'a,b', 'say \"hi\"'), (NULL, 'plain', 'x');"));
     Run run = zqdb({"cat", "q", "--csv", "--columns", "column2,1"});
     QCOMPARE(run.exitCode, 0);
     QCOMPARE(run.out, QString("column2,column1\n\"say \"\"hi\"\"\",\"a,b\"\nx,plain\n"));
@@ -214,14 +231,17 @@ void tst_Zqdb::importFailurePrintsImporterLog()
 void tst_Zqdb::exportWritesGbk()
 {
     const QString database = m_catalogue->sysDir() + "/cn.db";
-    QVERIFY(TestSupport::sqlite(database, QString::fromUtf8(
-            "CREATE TABLE table1 (id INTEGER PRIMARY KEY AUTOINCREMENT, column1 TEXT);"
-            "INSERT INTO table1 VALUES (NULL, '杭州');")));
+    QVERIFY(TestSupport::sqlite(
+            database,
+            QString::fromUtf8(
+                    "CREATE TABLE table1 (id INTEGER PRIMARY KEY AUTOINCREMENT, column1 TEXT);"
+                    "INSERT INTO table1 VALUES (NULL, '杭州');")));
     const QString csv = m_catalogue->filePath("cn.csv");
     const Run run = zqdb({"export", "cn", csv});
     QCOMPARE(run.exitCode, 0);
     QVERIFY2(run.out.contains("1 row(s)"), qPrintable(run.out));
-    QCOMPARE(TestSupport::readFile(csv), TestSupport::iconvEncode(QString::fromUtf8("1,杭州,\n"), "GBK"));
+    QCOMPARE(TestSupport::readFile(csv),
+             TestSupport::iconvEncode(QString::fromUtf8("1,杭州,\n"), "GBK"));
 
     const Run unwritable = zqdb({"export", "cn", m_catalogue->filePath("no/dir/x.csv")});
     QCOMPARE(unwritable.exitCode, 1);

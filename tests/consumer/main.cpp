@@ -17,7 +17,7 @@ namespace Database {
 class DatabaseObject
 {
 };
-}
+} // namespace Database
 
 int main(int argc, char *argv[])
 {
@@ -42,8 +42,8 @@ int main(int argc, char *argv[])
     Database::DatabaseManager::init();
     Database::DatabaseHandlerFactory::init();
     Database::DatabaseObject reader;
-    Database::DatabaseHandler *handler =
-            Database::DatabaseHandlerFactory::instance()->registSqlDatabase(&reader, "cities");
+    Database::DatabaseHandler *handler
+            = Database::DatabaseHandlerFactory::instance()->registSqlDatabase(&reader, "cities");
     const QString value = handler ? handler->recordValue(1, 1, 50000).toString() : QString();
     std::printf("%d %s\n", handler ? handler->getTableRecordCount() : -1, qPrintable(value));
     Database::DatabaseHandlerFactory::instance()->unregistSqlDatabase(&reader);

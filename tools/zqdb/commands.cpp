@@ -73,7 +73,8 @@ public:
 
     Database::DatabaseHandler *open(const QString &name)
     {
-        m_handler = Database::DatabaseHandlerFactory::instance()->registSqlDatabase(&m_reader, name);
+        m_handler
+                = Database::DatabaseHandlerFactory::instance()->registSqlDatabase(&m_reader, name);
         return m_handler;
     }
 
@@ -101,7 +102,8 @@ bool looksLikeSqlite(const QString &path)
 
 QString notADatabase(const QString &command, const QString &path)
 {
-    return tr("zqdb %1: '%2' is not an SQLite database.").arg(command, QDir::toNativeSeparators(path));
+    return tr("zqdb %1: '%2' is not an SQLite database.")
+            .arg(command, QDir::toNativeSeparators(path));
 }
 
 QStringList userTables(Database::DatabaseHandler *handler)
@@ -191,7 +193,9 @@ QStringList describeTables(const QString &databaseFile)
                 QSqlQuery query(db);
                 const bool ok = query.exec(QStringLiteral("SELECT COUNT(*) FROM \"%1\"").arg(table))
                         && query.next();
-                lines << QStringLiteral("%1  %2").arg(table, ok ? tr("%n row(s)", nullptr, query.value(0).toInt()) : tr("unreadable"));
+                lines << QStringLiteral("%1  %2").arg(
+                        table,
+                        ok ? tr("%n row(s)", nullptr, query.value(0).toInt()) : tr("unreadable"));
             }
             db.close();
         }
@@ -216,7 +220,8 @@ int listDatabases(QTextStream &out, QTextStream &)
         width = qMax(width, name.size());
     for (const QString &name : names) {
         const char marker = name == manager->getDefaultDbName() ? '*' : ' ';
-        out << marker << ' ' << name.leftJustified(width) << "  " << QDir::toNativeSeparators(manager->path(name)) << '\n';
+        out << marker << ' ' << name.leftJustified(width) << "  "
+            << QDir::toNativeSeparators(manager->path(name)) << '\n';
     }
     return Success;
 }
@@ -241,13 +246,16 @@ int showInfo(const QString &database, QTextStream &out, QTextStream &err)
 
     Database::DatabaseHandler *handler = session.open(name);
     if (!handler || !handler->isDatabaseOpen()) {
-        err << tr("zqdb info: cannot open '%1' as an SQLite database.").arg(QDir::toNativeSeparators(path)) << '\n';
+        err << tr("zqdb info: cannot open '%1' as an SQLite database.")
+                        .arg(QDir::toNativeSeparators(path))
+            << '\n';
         return Failure;
     }
     const QStringList tables = userTables(handler);
     out << tr("Database:") << ' ' << name << '\n';
     out << tr("File:") << "     " << QDir::toNativeSeparators(path) << '\n';
-    out << tr("Tables:") << "   " << (tables.isEmpty() ? tr("none") : tables.join(QLatin1String(", "))) << '\n';
+    out << tr("Tables:") << "   "
+        << (tables.isEmpty() ? tr("none") : tables.join(QLatin1String(", "))) << '\n';
     out << tr("Records:") << "  " << handler->getTableRecordCount() << '\n';
     const QStringList fields = handler->getFieldNames();
     const QList<QVariant::Type> types = handler->getFieldTypes();
@@ -256,8 +264,10 @@ int showInfo(const QString &database, QTextStream &out, QTextStream &err)
         QList<QStringList> rows;
         for (int i = 0; i < fields.size(); ++i) {
             const QVariant::Type type = types.value(i, QVariant::Invalid);
-            rows << QStringList{QString::number(i + 1), fields.at(i),
-                                type == QVariant::Invalid ? tr("unknown") : QLatin1String(QVariant::typeToName(type))};
+            rows << QStringList {QString::number(i + 1), fields.at(i),
+                                 type == QVariant::Invalid
+                                         ? tr("unknown")
+                                         : QLatin1String(QVariant::typeToName(type))};
         }
         printAligned(out, {tr("#"), tr("field"), tr("type")}, rows);
     }
@@ -278,7 +288,9 @@ int catRows(const QString &database, const CatOptions &options, QTextStream &out
     }
     Database::DatabaseHandler *handler = session.open(name);
     if (!handler || !handler->isDatabaseOpen()) {
-        err << tr("zqdb cat: cannot open '%1' as an SQLite database.").arg(session.catalogue()->path(name)) << '\n';
+        err << tr("zqdb cat: cannot open '%1' as an SQLite database.")
+                        .arg(session.catalogue()->path(name))
+            << '\n';
         return Failure;
     }
     const QStringList fields = handler->getFieldNames();
@@ -323,7 +335,11 @@ int catRows(const QString &database, const CatOptions &options, QTextStream &out
     } else {
         header.prepend(tr("row"));
         printAligned(out, header, rows);
-        out << tr("(rows %1 to %2 of %3)").arg(options.from).arg(qMax<qint64>(options.from, end) - 1).arg(total) << '\n';
+        out << tr("(rows %1 to %2 of %3)")
+                        .arg(options.from)
+                        .arg(qMax<qint64>(options.from, end) - 1)
+                        .arg(total)
+            << '\n';
     }
     return Success;
 }
@@ -357,7 +373,8 @@ int importFile(const QString &source, const QString &databaseFile, const QString
         log = generator.getLog();
     }
     if (!ok) {
-        err << tr("zqdb import: importing '%1' into '%2' failed:").arg(source, databaseFile) << '\n';
+        err << tr("zqdb import: importing '%1' into '%2' failed:").arg(source, databaseFile)
+            << '\n';
         for (const QString &line : log.split(QLatin1Char('\n'), Qt::SkipEmptyParts))
             err << "  " << line << '\n';
         return Failure;
@@ -386,10 +403,13 @@ int exportCsv(const QString &database, const QString &csvFile, QTextStream &out,
         const QFileInfo target(csvFile);
         if (!looksLikeSqlite(path))
             err << notADatabase(QStringLiteral("export"), path) << '\n';
-        else if (!QFileInfo(target.absolutePath()).isDir() || (target.exists() && !target.isWritable()))
+        else if (!QFileInfo(target.absolutePath()).isDir()
+                 || (target.exists() && !target.isWritable()))
             err << tr("zqdb export: cannot write '%1'.").arg(csvFile) << '\n';
         else
-            err << tr("zqdb export: '%1' has no table to export, or is not an SQLite database.").arg(path) << '\n';
+            err << tr("zqdb export: '%1' has no table to export, or is not an SQLite database.")
+                            .arg(path)
+                << '\n';
         return Failure;
     }
     QFile written(csvFile);
@@ -398,7 +418,8 @@ int exportCsv(const QString &database, const QString &csvFile, QTextStream &out,
         while (!written.atEnd())
             lines += written.read(1 << 20).count('\n');
     }
-    out << tr("Exported %n row(s) of '%1' to '%2' (GBK).", nullptr, int(lines)).arg(path, csvFile) << '\n';
+    out << tr("Exported %n row(s) of '%1' to '%2' (GBK).", nullptr, int(lines)).arg(path, csvFile)
+        << '\n';
     return Success;
 }
 
@@ -419,12 +440,14 @@ int walkMemoryTable(const QString &linesFile, QTextStream &out, QTextStream &err
     if (!memory->generateDatabase(QStringLiteral("TestTable"), lines)) {
         const QString reason = memory->getLastError();
         err << tr("zqdb memory: cannot build the memory table from '%1': %2.")
-                        .arg(linesFile, reason.isEmpty() ? tr("the file holds no \"@;!\"-joined values") : reason)
+                        .arg(linesFile,
+                             reason.isEmpty() ? tr("the file holds no \"@;!\"-joined values")
+                                              : reason)
             << '\n';
         result = Failure;
     } else {
         const int columns = memory->getTableColumnsCount();
-        QStringList header{tr("row")};
+        QStringList header {tr("row")};
         for (int c = 1; c <= columns; ++c)
             header << QStringLiteral("column%1").arg(c);
         QList<QStringList> rows;
@@ -432,7 +455,7 @@ int walkMemoryTable(const QString &linesFile, QTextStream &out, QTextStream &err
         memory->doReset();
         int row = 0;
         do {
-            QStringList cells{QString::number(row++)};
+            QStringList cells {QString::number(row++)};
             for (int c = 1; c <= columns; ++c)
                 cells << memory->recordValue(c).toString();
             rows << cells;

@@ -21,12 +21,10 @@ struct CatOptions
 // Each command writes its result to out and its complaints to err, and returns an ExitCode.
 int listDatabases(QTextStream &out, QTextStream &err);
 int showInfo(const QString &database, QTextStream &out, QTextStream &err);
-int catRows(const QString &database, const CatOptions &options, QTextStream &out,
-            QTextStream &err);
+int catRows(const QString &database, const CatOptions &options, QTextStream &out, QTextStream &err);
 int importFile(const QString &source, const QString &databaseFile, const QString &separator,
                bool separatorSet, QTextStream &out, QTextStream &err);
-int exportCsv(const QString &database, const QString &csvFile, QTextStream &out,
-              QTextStream &err);
+int exportCsv(const QString &database, const QString &csvFile, QTextStream &out, QTextStream &err);
 int walkMemoryTable(const QString &linesFile, QTextStream &out, QTextStream &err);
 
 } // namespace Zqdb

@@ -4,8 +4,8 @@
 #include <core/settings.h>
 
 #include <QCommandLineParser>
-#include <QLoggingCategory>
 #include <QCoreApplication>
+#include <QLoggingCategory>
 #include <QTextCodec>
 #include <QTextStream>
 
@@ -24,12 +24,37 @@ struct Command
 const QList<Command> &commands()
 {
     static const QList<Command> list = {
-        {"list", "list", QT_TRANSLATE_NOOP("zqdb", "Lists the catalogued databases, the default first (marked *)."), {}},
-        {"info", "info NAME", QT_TRANSLATE_NOOP("zqdb", "Shows the tables, fields, field types and record count of a database."), {"NAME"}},
-        {"cat", "cat NAME [--from ROW] [--count N] [--columns LIST] [--csv]", QT_TRANSLATE_NOOP("zqdb", "Prints rows of a database, reading 50,000 rows per table."), {"NAME"}},
-        {"import", "import SOURCE DATABASE [--separator TEXT]", QT_TRANSLATE_NOOP("zqdb", "Imports a text file or an .xlsx/.xlsm spreadsheet into a database file."), {"SOURCE", "DATABASE"}},
-        {"export", "export DATABASE CSVFILE", QT_TRANSLATE_NOOP("zqdb", "Writes the first table of a database to a GBK CSV file."), {"DATABASE", "CSVFILE"}},
-        {"memory", "memory FILE", QT_TRANSLATE_NOOP("zqdb", "Fills the memory table from \"@;!\"-joined lines and prints it by walking the cursor."), {"FILE"}},
+            {"list",
+             "list",
+             QT_TRANSLATE_NOOP("zqdb",
+                               "Lists the catalogued databases, the default first (marked *)."),
+             {}},
+            {"info",
+             "info NAME",
+             QT_TRANSLATE_NOOP(
+                     "zqdb",
+                     "Shows the tables, fields, field types and record count of a database."),
+             {"NAME"}},
+            {"cat",
+             "cat NAME [--from ROW] [--count N] [--columns LIST] [--csv]",
+             QT_TRANSLATE_NOOP("zqdb", "Prints rows of a database, reading 50,000 rows per table."),
+             {"NAME"}},
+            {"import",
+             "import SOURCE DATABASE [--separator TEXT]",
+             QT_TRANSLATE_NOOP(
+                     "zqdb",
+                     "Imports a text file or an .xlsx/.xlsm spreadsheet into a database file."),
+             {"SOURCE", "DATABASE"}},
+            {"export",
+             "export DATABASE CSVFILE",
+             QT_TRANSLATE_NOOP("zqdb", "Writes the first table of a database to a GBK CSV file."),
+             {"DATABASE", "CSVFILE"}},
+            {"memory",
+             "memory FILE",
+             QT_TRANSLATE_NOOP("zqdb",
+                               "Fills the memory table from \"@;!\"-joined lines and prints it by "
+                               "walking the cursor."),
+             {"FILE"}},
     };
     return list;
 }
@@ -53,8 +78,10 @@ QString generalHelp(const QCommandLineParser &parser)
     QString text = parser.helpText();
     text += QLatin1Char('\n') + tr("Commands:") + QLatin1Char('\n');
     for (const Command &command : commands())
-        text += QStringLiteral("  %1\n      %2\n").arg(QLatin1String(command.synopsis), tr(command.description));
-    text += QLatin1Char('\n') + tr("Run 'zqdb COMMAND --help' for the options of one command.") + QLatin1Char('\n');
+        text += QStringLiteral("  %1\n      %2\n")
+                        .arg(QLatin1String(command.synopsis), tr(command.description));
+    text += QLatin1Char('\n') + tr("Run 'zqdb COMMAND --help' for the options of one command.")
+            + QLatin1Char('\n');
     return text;
 }
 
@@ -91,15 +118,30 @@ int main(int argc, char *argv[])
     out.setCodec("UTF-8");
     err.setCodec("UTF-8");
 
-    const QCommandLineOption sysDir(QStringLiteral("sys-dir"), tr("System database directory."), QStringLiteral("dir"));
-    const QCommandLineOption userDir(QStringLiteral("user-dir"), tr("User database directory."), QStringLiteral("dir"));
-    const QCommandLineOption filter(QStringLiteral("filter"), tr("Database file name filter (default *.db)."), QStringLiteral("pattern"));
-    const QCommandLineOption verbose(QStringLiteral("verbose"), tr("Show the library's console lines on standard error."));
-    const QCommandLineOption from(QStringLiteral("from"), tr("First row to print, counted from 0 (default 0)."), QStringLiteral("row"));
-    const QCommandLineOption count(QStringLiteral("count"), tr("Number of rows to print (default 20)."), QStringLiteral("n"));
-    const QCommandLineOption columns(QStringLiteral("columns"), tr("Comma-separated field names or 1-based field numbers to print."), QStringLiteral("list"));
+    const QCommandLineOption sysDir(QStringLiteral("sys-dir"), tr("System database directory."),
+                                    QStringLiteral("dir"));
+    const QCommandLineOption userDir(QStringLiteral("user-dir"), tr("User database directory."),
+                                     QStringLiteral("dir"));
+    const QCommandLineOption filter(QStringLiteral("filter"),
+                                    tr("Database file name filter (default *.db)."),
+                                    QStringLiteral("pattern"));
+    const QCommandLineOption verbose(QStringLiteral("verbose"),
+                                     tr("Show the library's console lines on standard error."));
+    const QCommandLineOption from(QStringLiteral("from"),
+                                  tr("First row to print, counted from 0 (default 0)."),
+                                  QStringLiteral("row"));
+    const QCommandLineOption count(QStringLiteral("count"),
+                                   tr("Number of rows to print (default 20)."),
+                                   QStringLiteral("n"));
+    const QCommandLineOption columns(
+            QStringLiteral("columns"),
+            tr("Comma-separated field names or 1-based field numbers to print."),
+            QStringLiteral("list"));
     const QCommandLineOption csv(QStringLiteral("csv"), tr("Print CSV instead of aligned text."));
-    const QCommandLineOption separator(QStringLiteral("separator"), tr("Field separator of a text source (default \",\"; \\t or tab for a tab)."), QStringLiteral("text"));
+    const QCommandLineOption separator(
+            QStringLiteral("separator"),
+            tr("Field separator of a text source (default \",\"; \\t or tab for a tab)."),
+            QStringLiteral("text"));
 
     // First pass: find the command; everything after it is left for the second pass.
     QCommandLineParser parser;
@@ -107,7 +149,8 @@ int main(int argc, char *argv[])
     const QCommandLineOption help = parser.addHelpOption();
     const QCommandLineOption version = parser.addVersionOption();
     parser.addOptions({sysDir, userDir, filter, verbose});
-    parser.addPositionalArgument(QStringLiteral("command"), tr("One of the commands below."), QStringLiteral("COMMAND"));
+    parser.addPositionalArgument(QStringLiteral("command"), tr("One of the commands below."),
+                                 QStringLiteral("COMMAND"));
     parser.setOptionsAfterPositionalArgumentsMode(QCommandLineParser::ParseAsPositionalArguments);
     if (!parser.parse(app.arguments())) {
         err << "zqdb: " << parser.errorText() << '\n' << tr("Try 'zqdb --help'.") << '\n';
@@ -158,9 +201,11 @@ int main(int argc, char *argv[])
     const QStringList args = commandParser.positionalArguments().mid(1);
     if (args.size() != command->positional.size()) {
         const QString expected = command->positional.isEmpty()
-                ? tr("no arguments") : command->positional.join(QLatin1Char(' '));
+                ? tr("no arguments")
+                : command->positional.join(QLatin1Char(' '));
         err << tr("zqdb %1: expected %2, got %3 argument(s).").arg(name, expected).arg(args.size())
-            << '\n' << tryHelp << '\n';
+            << '\n'
+            << tryHelp << '\n';
         return Zqdb::Usage;
     }
 
@@ -184,19 +229,27 @@ int main(int argc, char *argv[])
     } else if (name == QLatin1String("cat")) {
         Zqdb::CatOptions options;
         if (commandParser.isSet(from) && !parseCount(commandParser.value(from), &options.from)) {
-            err << tr("zqdb cat: --from takes a row number of 0 or more, not '%1'.").arg(commandParser.value(from)) << '\n' << tryHelp << '\n';
+            err << tr("zqdb cat: --from takes a row number of 0 or more, not '%1'.")
+                            .arg(commandParser.value(from))
+                << '\n'
+                << tryHelp << '\n';
             return Zqdb::Usage;
         }
         if (commandParser.isSet(count) && !parseCount(commandParser.value(count), &options.count)) {
-            err << tr("zqdb cat: --count takes a number of 0 or more, not '%1'.").arg(commandParser.value(count)) << '\n' << tryHelp << '\n';
+            err << tr("zqdb cat: --count takes a number of 0 or more, not '%1'.")
+                            .arg(commandParser.value(count))
+                << '\n'
+                << tryHelp << '\n';
             return Zqdb::Usage;
         }
         if (commandParser.isSet(columns))
-            options.columns = commandParser.value(columns).split(QLatin1Char(','), Qt::SkipEmptyParts);
+            options.columns
+                    = commandParser.value(columns).split(QLatin1Char(','), Qt::SkipEmptyParts);
         options.csv = commandParser.isSet(csv);
         result = Zqdb::catRows(args.at(0), options, out, err);
     } else if (name == QLatin1String("import")) {
-        result = Zqdb::importFile(args.at(0), args.at(1), unescapeSeparator(commandParser.value(separator)),
+        result = Zqdb::importFile(args.at(0), args.at(1),
+                                  unescapeSeparator(commandParser.value(separator)),
                                   commandParser.isSet(separator), out, err);
     } else if (name == QLatin1String("export")) {
         result = Zqdb::exportCsv(args.at(0), args.at(1), out, err);
