@@ -149,6 +149,7 @@ private slots:
     void tablesAndTransactionStart()
     {
         QSqlDatabase db = m->memoryDatabase();
+        QVERIFY(m->generateDatabase(QStringLiteral("Old"), QStringList{"a"}));
         QVERIFY(!db.exec(QStringLiteral("CREATE TABLE Extra (v)")).lastError().isValid());
         QVERIFY(db.transaction());
         QVERIFY(!m->generateDatabase(QStringLiteral("T"), QStringList{"a@;!b@;!c", "d"}));
