@@ -11,78 +11,38 @@
 #include <QSqlRecord>
 
 using Database::MemoryDatabaseManager;
-using TestSupport::WarningCatcher;
+using Move = void (MemoryDatabaseManager::*)();
 
 Q_DECLARE_METATYPE(QList<QSqlRecord>)
+Q_DECLARE_METATYPE(Move)
 
 namespace {
 
-MemoryDatabaseManager *manager()
+// A query's rows through a query of our own, fields joined by '|'.
+QStringList queryRows(const QString &statement)
 {
-    return MemoryDatabaseManager::instance();
-}
-
-// The table's rows read straight through SQL, fields joined by '|', in storage order.
-QStringList tableRows(const QString &table)
-{
+    QSqlQuery query(statement, MemoryDatabaseManager::instance()->memoryDatabase());
     QStringList rows;
-    QSqlQuery query(manager()->memoryDatabase());
-    if (!query.exec(QStringLiteral("SELECT * FROM ") + table))
-        return {QStringLiteral("error: ") + query.lastError().text()};
     while (query.next()) {
-        QStringList fields;
-        for (int i = 0; i < query.record().count(); ++i)
-            fields << query.value(i).toString();
-        rows << fields.join(QLatin1Char('|'));
+        rows << query.value(0).toString();
+        for (int i = 1; i < query.record().count(); ++i)
+            rows.last() += QLatin1Char('|') + query.value(i).toString();
     }
     return rows;
 }
 
-QStringList columnNames(const QString &table)
+// Records of string fields; an invalid QVariant stays a null value.
+QList<QSqlRecord> records(const QList<QVariantList> &rows)
 {
-    QStringList names;
-    const QSqlRecord record = manager()->memoryDatabase().record(table);
-    for (int i = 0; i < record.count(); ++i)
-        names << record.fieldName(i);
-    return names;
-}
-
-QStringList sortedTables()
-{
-    QStringList tables = manager()->memoryDatabase().tables(QSql::Tables);
-    tables.sort();
-    return tables;
-}
-
-// A record of string fields; an invalid QVariant in the list stays a null value.
-QSqlRecord makeRecord(const QVariantList &values)
-{
-    QSqlRecord record;
-    for (int i = 0; i < values.size(); ++i) {
-        QSqlField field(QStringLiteral("f%1").arg(i), QVariant::String);
-        field.setValue(values.at(i));
-        record.append(field);
+    QList<QSqlRecord> records;
+    for (const QVariantList &values : rows) {
+        records << QSqlRecord();
+        for (int i = 0; i < values.size(); ++i) {
+            records.last().append(QSqlField(QStringLiteral("f%1").arg(i), QVariant::String));
+            records.last().setValue(i, values.at(i));
+        }
     }
-    return record;
-}
-
-// Rows "r0|x0", "r1|x1", ... so that the cursor reader tells which row it is on.
-QStringList numberedLines(int count)
-{
-    QStringList lines;
-    for (int i = 0; i < count; ++i)
-        lines << QStringLiteral("r%1@;!x%1").arg(i);
-    return lines;
-}
-
-// Puts a three-row baseline in place with the cursor pushed past its end, so that a failed
-// generation can be seen to leave the counts and the end flag alone.
-bool makeBaseline()
-{
-    if (!manager()->generateDatabase(QStringLiteral("TestTable"), numberedLines(3)))
-        return false;
-    manager()->doGoTo(10);
-    return manager()->isEnd();
+    return records;
 }
 
 } // namespace
@@ -92,498 +52,193 @@ class tst_MemoryDatabaseManager : public QObject
     Q_OBJECT
 
 private slots:
-    void initTestCase();
-    void cleanupTestCase();
-    void init();
+    void initTestCase() { MemoryDatabaseManager::init(); }
+    void cleanupTestCase() { MemoryDatabaseManager::destruct(); }
+    // Every case starts on an open, empty database; some close it.
+    void init() { QVERIFY((m = MemoryDatabaseManager::instance())->memoryDatabase().open()); }
 
-    void freshInstanceAfterDestruct();
-    void initTwiceKeepsInstance();
-
-    void generateFromLines_data();
-    void generateFromLines();
-    void generateFromRecords_data();
-    void generateFromRecords();
-    void rejectedInputLeavesNoTable_data();
-    void rejectedInputLeavesNoTable();
-    void createStatementLayout();
-    void failedCreateUpdatesCounts();
-    void transactionStartFailure();
-    void everyTableDroppedButSequence();
-    void otherTableNameIsNotRead();
-    void closedConnection();
-
-    void cursorWalk_data();
-    void cursorWalk();
-    void cursorMoves_data();
-    void cursorMoves();
-    void cursorReaderClampsColumn_data();
-    void cursorReaderClampsColumn();
-    void freeReaderRange_data();
-    void freeReaderRange();
-    void skippedRowsShiftOffsets();
-
-    void destroyingCopyClosesConnection();
-};
-
-void tst_MemoryDatabaseManager::initTestCase()
-{
-    MemoryDatabaseManager::init();
-    QVERIFY(manager());
-    QVERIFY(manager()->memoryDatabase().isOpen());
-}
-
-void tst_MemoryDatabaseManager::cleanupTestCase()
-{
-    MemoryDatabaseManager::destruct();
-    QVERIFY(!manager());
-}
-
-// Some cases close the connection; every case starts on an open one.
-void tst_MemoryDatabaseManager::init()
-{
-    QSqlDatabase db = manager()->memoryDatabase();
-    if (!db.isOpen())
-        QVERIFY(db.open());
-}
-
-void tst_MemoryDatabaseManager::freshInstanceAfterDestruct()
-{
-    QVERIFY(manager()->generateDatabase(QStringLiteral("TestTable"), numberedLines(2)));
-    QSqlDatabase oldHandle = manager()->memoryDatabase();
-    QVERIFY(oldHandle.transaction());
-    QCOMPARE(manager()->generateDatabase(QStringLiteral("TestTable"), numberedLines(2)), false);
-    QVERIFY(oldHandle.rollback());
-    oldHandle = QSqlDatabase();
-    QCOMPARE(manager()->getLastError(), QStringLiteral("Can't begin transaction"));
-
-    WarningCatcher catcher;
-    MemoryDatabaseManager::destruct();
-    QVERIFY(!manager());
-    MemoryDatabaseManager::init();
-    QVERIFY(manager());
-    QCOMPARE(catcher.warnings(), QStringList());
-
-    QVERIFY(manager()->memoryDatabase().isOpen());
-    QCOMPARE(manager()->memoryDatabase().connectionName(),
-             QStringLiteral("TalwenMemoryDatabase"));
-    QCOMPARE(manager()->memoryDatabase().databaseName(), QStringLiteral(":memory:"));
-    QCOMPARE(manager()->getTableRowsCount(), -1);
-    QCOMPARE(manager()->getTableColumnsCount(), -1);
-    QCOMPARE(manager()->getLastError(), QString());
-    QCOMPARE(sortedTables(), QStringList());
-    QVERIFY(!manager()->isEnd());
-
-    // Nothing generated yet: a step forward runs past the (absent) end.
-    QVERIFY(!manager()->recordValue(1).isValid());
-    manager()->doNext();
-    QVERIFY(manager()->isEnd());
-    QVERIFY(!manager()->recordValue(1).isValid());
-    QVERIFY(!manager()->recordValue(0, 0).isValid());
-}
-
-void tst_MemoryDatabaseManager::initTwiceKeepsInstance()
-{
-    MemoryDatabaseManager *first = manager();
-    QVERIFY(first->generateDatabase(QStringLiteral("TestTable"), numberedLines(2)));
-    MemoryDatabaseManager::init();
-    QCOMPARE(manager(), first);
-    QCOMPARE(tableRows(QStringLiteral("TestTable")),
-             QStringList({QStringLiteral("r0|x0"), QStringLiteral("r1|x1")}));
-}
-
-void tst_MemoryDatabaseManager::generateFromLines_data()
-{
-    QTest::addColumn<QStringList>("lines");
-    QTest::addColumn<int>("columns");
-    QTest::addColumn<QStringList>("rows");
-
-    QTest::newRow("three values per line")
-            << QStringList{"a@;!b@;!c", "d@;!e@;!f"} << 3 << QStringList{"a|b|c", "d|e|f"};
-    QTest::newRow("empty part skipped makes a short line")
-            << QStringList{"a@;!b@;!c", "x@;!@;!y", "d@;!e@;!f"} << 3
-            << QStringList{"a|b|c", "d|e|f"};
-    QTest::newRow("leading and trailing separators")
-            << QStringList{"@;!a@;!b@;!", "c@;!d"} << 2 << QStringList{"a|b", "c|d"};
-    QTest::newRow("no separator gives one column")
-            << QStringList{"abc", "d e f"} << 1 << QStringList{"abc", "d e f"};
-    QTest::newRow("empty and separator-only lines skipped")
-            << QStringList{"a", "", "@;!@;!", "b"} << 1 << QStringList{"a", "b"};
-    QTest::newRow("longer line skipped")
-            << QStringList{"a@;!b", "c@;!d@;!e", "f@;!g"} << 2 << QStringList{"a|b", "f|g"};
-    QTest::newRow("quote breaks only its own row")
-            << QStringList{"a@;!b", "O'Brien@;!x", "c@;!d"} << 2 << QStringList{"a|b", "c|d"};
-    QTest::newRow("partial separator is text")
-            << QStringList{"a@;b@!c"} << 1 << QStringList{"a@;b@!c"};
-    QTest::newRow("chinese text") << QStringList{QString::fromUtf8("中文@;!数据")} << 2
-                                  << QStringList{QString::fromUtf8("中文|数据")};
-    QTest::newRow("blanks kept") << QStringList{" a @;! "} << 2 << QStringList{" a | "};
-}
-
-void tst_MemoryDatabaseManager::generateFromLines()
-{
-    QFETCH(QStringList, lines);
-    QFETCH(int, columns);
-    QFETCH(QStringList, rows);
-
-    QVERIFY(makeBaseline());
-    QVERIFY(manager()->generateDatabase(QStringLiteral("TestTable"), lines));
-    // Every input line counts, whether it made a row or not.
-    QCOMPARE(manager()->getTableRowsCount(), lines.size());
-    QCOMPARE(manager()->getTableColumnsCount(), columns);
-    QVERIFY(!manager()->isEnd());
-    QCOMPARE(tableRows(QStringLiteral("TestTable")), rows);
-    QCOMPARE(columnNames(QStringLiteral("TestTable")).size(), columns);
-    QCOMPARE(columnNames(QStringLiteral("TestTable")).last(),
-             QStringLiteral("column%1").arg(columns));
-    // The cursor is back on the first row.
-    QCOMPARE(manager()->recordValue(1).toString(), rows.first().section(QLatin1Char('|'), 0, 0));
-}
-
-void tst_MemoryDatabaseManager::generateFromRecords_data()
-{
-    QTest::addColumn<QList<QSqlRecord>>("records");
-    QTest::addColumn<int>("columns");
-    QTest::addColumn<QStringList>("rows");
-
-    QTest::newRow("text of numbers and strings")
-            << QList<QSqlRecord>{makeRecord({1, QStringLiteral("one"), 1.5}),
-                                 makeRecord({qint64(-7), QString(), true})}
-            << 3 << QStringList{"1|one|1.5", "-7||true"};
-    QTest::newRow("short record padded, long record cut")
-            << QList<QSqlRecord>{makeRecord({"a", "b"}), makeRecord({"c"}),
-                                 makeRecord({"d", "e", "f"})}
-            << 2 << QStringList{"a|b", "c|", "d|e"};
-    QTest::newRow("empty record padded")
-            << QList<QSqlRecord>{makeRecord({"a", "b"}), QSqlRecord()} << 2
-            << QStringList{"a|b", "|"};
-    QTest::newRow("null value is empty text")
-            << QList<QSqlRecord>{makeRecord({QVariant(), "x"})} << 2 << QStringList{"|x"};
-    QTest::newRow("quote breaks only its own row")
-            << QList<QSqlRecord>{makeRecord({"it's"}), makeRecord({"fine"})} << 1
-            << QStringList{"fine"};
-    QTest::newRow("separator is not special")
-            << QList<QSqlRecord>{makeRecord({"a@;!b"})} << 1 << QStringList{"a@;!b"};
-}
-
-void tst_MemoryDatabaseManager::generateFromRecords()
-{
-    QFETCH(QList<QSqlRecord>, records);
-    QFETCH(int, columns);
-    QFETCH(QStringList, rows);
-
-    QVERIFY(makeBaseline());
-    QVERIFY(manager()->generateDatabase(QStringLiteral("TestTable"), records));
-    QCOMPARE(manager()->getTableRowsCount(), records.size());
-    QCOMPARE(manager()->getTableColumnsCount(), columns);
-    QVERIFY(!manager()->isEnd());
-    QCOMPARE(tableRows(QStringLiteral("TestTable")), rows);
-}
-
-void tst_MemoryDatabaseManager::rejectedInputLeavesNoTable_data()
-{
-    QTest::addColumn<bool>("useRecords");
-    QTest::addColumn<QStringList>("lines");
-    QTest::addColumn<QList<QSqlRecord>>("records");
-
-    QTest::newRow("no lines") << false << QStringList() << QList<QSqlRecord>();
-    QTest::newRow("no records") << true << QStringList() << QList<QSqlRecord>();
-    QTest::newRow("empty first line") << false << QStringList{"", "a@;!b"} << QList<QSqlRecord>();
-    QTest::newRow("separators-only first line")
-            << false << QStringList{"@;!@;!", "a"} << QList<QSqlRecord>();
-    QTest::newRow("first record without fields")
-            << true << QStringList() << QList<QSqlRecord>{QSqlRecord(), makeRecord({"a"})};
-}
-
-// Rejected input still drops the old table, but leaves counts, cursor and end flag alone.
-void tst_MemoryDatabaseManager::rejectedInputLeavesNoTable()
-{
-    QFETCH(bool, useRecords);
-    QFETCH(QStringList, lines);
-    QFETCH(QList<QSqlRecord>, records);
-
-    QVERIFY(makeBaseline());
-    const bool result = useRecords
-            ? manager()->generateDatabase(QStringLiteral("TestTable"), records)
-            : manager()->generateDatabase(QStringLiteral("TestTable"), lines);
-    QCOMPARE(result, false);
-    QCOMPARE(sortedTables(), QStringList());
-    QCOMPARE(manager()->getTableRowsCount(), 3);
-    QCOMPARE(manager()->getTableColumnsCount(), 2);
-    QVERIFY(manager()->isEnd());
-    QCOMPARE(manager()->getLastError(), QString());
-}
-
-void tst_MemoryDatabaseManager::createStatementLayout()
-{
-    QVERIFY(manager()->generateDatabase(QStringLiteral("T"), QStringList{"a@;!b@;!c"}));
-    QSqlQuery query(manager()->memoryDatabase());
-    QVERIFY_SQL(query, exec("SELECT sql FROM sqlite_master WHERE name = 'T'"));
-    QVERIFY(query.next());
-    QCOMPARE(query.value(0).toString(),
-             QStringLiteral("CREATE TABLE T ( column1 TEXT , column2 TEXT , column3 TEXT  )"));
-}
-
-// The new counts are in place before the CREATE runs; the cursor is not reset.
-void tst_MemoryDatabaseManager::failedCreateUpdatesCounts()
-{
-    QVERIFY(makeBaseline());
-    QCOMPARE(manager()->generateDatabase(QStringLiteral("bad name"),
-                                         QStringList{"a@;!b@;!c@;!d", "e"}),
-             false);
-    QCOMPARE(manager()->getTableRowsCount(), 2);
-    QCOMPARE(manager()->getTableColumnsCount(), 4);
-    QVERIFY(!manager()->isEnd());
-    QCOMPARE(manager()->getLastError(), QString());
-    QCOMPARE(sortedTables(), QStringList());
-}
-
-// A transaction already open on the connection makes the overloads part ways.
-void tst_MemoryDatabaseManager::transactionStartFailure()
-{
-    QSqlDatabase db = manager()->memoryDatabase();
-
-    QVERIFY(db.transaction());
-    QCOMPARE(manager()->generateDatabase(QStringLiteral("TestTable"),
-                                         QStringList{"a@;!b", "c@;!d", "e@;!f"}),
-             false);
-    QCOMPARE(manager()->getLastError(), QStringLiteral("Can't begin transaction"));
-    QCOMPARE(manager()->getTableRowsCount(), 3);
-    QCOMPARE(manager()->getTableColumnsCount(), 2);
-    QCOMPARE(sortedTables(), QStringList{"TestTable"});
-    QCOMPARE(tableRows(QStringLiteral("TestTable")), QStringList());
-    QVERIFY(db.commit());
-
-    QVERIFY(db.transaction());
-    QVERIFY(manager()->generateDatabase(QStringLiteral("TestTable"),
-                                        QList<QSqlRecord>{makeRecord({"x"}), makeRecord({"y"})}));
-    // Its commit ended the outer transaction, so a new one can start.
-    QVERIFY(db.transaction());
-    QVERIFY(db.rollback());
-    QCOMPARE(tableRows(QStringLiteral("TestTable")), QStringList({"x", "y"}));
-
-    // Never cleared by later successes.
-    QVERIFY(manager()->generateDatabase(QStringLiteral("TestTable"), QStringList{"z"}));
-    QCOMPARE(manager()->getLastError(), QStringLiteral("Can't begin transaction"));
-}
-
-void tst_MemoryDatabaseManager::everyTableDroppedButSequence()
-{
-    QSqlQuery query(manager()->memoryDatabase());
-    QVERIFY_SQL(query, exec("CREATE TABLE Extra (v TEXT)"));
-    QVERIFY_SQL(query, exec("CREATE TABLE Keyed (id INTEGER PRIMARY KEY AUTOINCREMENT, v)"));
-    QVERIFY_SQL(query, exec("INSERT INTO Keyed (v) VALUES (1)"));
-    QVERIFY_SQL(query, exec("CREATE TEMP TABLE Scratch (v)"));
-    QVERIFY_SQL(query, exec("CREATE VIEW Shown AS SELECT 1"));
-    query.finish();
-
-    QVERIFY(manager()->generateDatabase(QStringLiteral("Other"), QStringList{"a"}));
-    QCOMPARE(sortedTables(), QStringList({"Other", "sqlite_sequence"}));
-    QVERIFY(manager()->generateDatabase(QStringLiteral("TestTable"), QStringList{"b"}));
-    QCOMPARE(sortedTables(), QStringList({"TestTable", "sqlite_sequence"}));
-    // Views are not tables and stay.
-    QVERIFY(manager()->memoryDatabase().tables(QSql::Views).contains(QStringLiteral("Shown")));
-    QVERIFY_SQL(query, exec("DROP VIEW Shown"));
-}
-
-void tst_MemoryDatabaseManager::otherTableNameIsNotRead()
-{
-    QVERIFY(manager()->generateDatabase(QStringLiteral("Other"), QStringList{"a@;!b", "c@;!d"}));
-    QCOMPARE(tableRows(QStringLiteral("Other")), QStringList({"a|b", "c|d"}));
-    QVERIFY(!manager()->recordValue(1).isValid());
-    QVERIFY(!manager()->recordValue(0, 0).isValid());
-    QVERIFY(!manager()->recordValue(1, 1).isValid());
-}
-
-void tst_MemoryDatabaseManager::closedConnection()
-{
-    QVERIFY(manager()->generateDatabase(QStringLiteral("TestTable"), numberedLines(3)));
-    manager()->memoryDatabase().close();
-    QCOMPARE(manager()->generateDatabase(QStringLiteral("TestTable"), numberedLines(1)), false);
-    QCOMPARE(manager()->generateDatabase(QStringLiteral("TestTable"),
-                                         QList<QSqlRecord>{makeRecord({"a"})}),
-             false);
-    QCOMPARE(manager()->getTableRowsCount(), 3);
-    QVERIFY(!manager()->recordValue(1).isValid());
-    QVERIFY(!manager()->recordValue(0, 0).isValid());
-    manager()->doGoTo(5);
-    QVERIFY(manager()->isEnd());
-}
-
-void tst_MemoryDatabaseManager::cursorWalk_data()
-{
-    QTest::addColumn<bool>("viaFinishMarking");
-    QTest::addColumn<int>("rowCount");
-
-    QTest::newRow("doNext, five rows") << false << 5;
-    QTest::newRow("finishMarking, five rows") << true << 5;
-    QTest::newRow("doNext, one row") << false << 1;
-    QTest::newRow("finishMarking, one row") << true << 1;
-}
-
-// Read, step, test the end flag: every row once, then stop.
-void tst_MemoryDatabaseManager::cursorWalk()
-{
-    QFETCH(bool, viaFinishMarking);
-    QFETCH(int, rowCount);
-
-    QVERIFY(manager()->generateDatabase(QStringLiteral("TestTable"), numberedLines(rowCount)));
-    QStringList seen;
-    do {
-        seen << manager()->recordValue(1).toString() + QLatin1Char('|')
-                        + manager()->recordValue(2).toString();
-        QVERIFY(seen.size() <= rowCount);
-        if (viaFinishMarking)
-            manager()->finishMarking();
-        else
-            manager()->doNext();
-    } while (!manager()->isEnd());
-    QStringList expected = numberedLines(rowCount);
-    expected.replaceInStrings(QStringLiteral("@;!"), QStringLiteral("|"));
-    QCOMPARE(seen, expected);
-    // At the end the cursor stays on the last row.
-    manager()->doNext();
-    QVERIFY(manager()->isEnd());
-    QCOMPARE(manager()->recordValue(1).toString(), QStringLiteral("r%1").arg(rowCount - 1));
-}
-
-void tst_MemoryDatabaseManager::cursorMoves_data()
-{
-    QTest::addColumn<QStringList>("moves");
-    QTest::addColumn<int>("row");
-    QTest::addColumn<bool>("end");
-
-    QTest::newRow("goto past end") << QStringList{"goto 7"} << 4 << true;
-    QTest::newRow("goto row count") << QStringList{"goto 5"} << 4 << true;
-    QTest::newRow("goto negative") << QStringList{"goto -3"} << 0 << false;
-    QTest::newRow("goto last") << QStringList{"goto 4"} << 4 << false;
-    QTest::newRow("goto middle after end") << QStringList{"goto 9", "goto 2"} << 2 << false;
-    QTest::newRow("next inside") << QStringList{"next", "next"} << 2 << false;
-    QTest::newRow("next onto last row") << QStringList{"goto 3", "next"} << 4 << false;
-    QTest::newRow("next past last") << QStringList{"goto 4", "next"} << 4 << true;
-    QTest::newRow("finishMarking past last") << QStringList{"goto 4", "finish"} << 4 << true;
-    QTest::newRow("repeated next at end")
-            << QStringList{"goto 4", "next", "next", "finish"} << 4 << true;
-    QTest::newRow("pre after end") << QStringList{"goto 4", "next", "pre"} << 3 << false;
-    QTest::newRow("pre on first row") << QStringList{"pre"} << 0 << false;
-    QTest::newRow("pre twice from 1") << QStringList{"next", "pre", "pre"} << 0 << false;
-    QTest::newRow("reset after end") << QStringList{"goto 8", "reset"} << 0 << false;
-    QTest::newRow("large goto") << QStringList{"goto 2147483647"} << 4 << true;
-}
-
-void tst_MemoryDatabaseManager::cursorMoves()
-{
-    QFETCH(QStringList, moves);
-    QFETCH(int, row);
-    QFETCH(bool, end);
-
-    QVERIFY(manager()->generateDatabase(QStringLiteral("TestTable"), numberedLines(5)));
-    for (const QString &move : qAsConst(moves)) {
-        const QStringList parts = move.split(QLatin1Char(' '));
-        if (parts.first() == QLatin1String("goto"))
-            manager()->doGoTo(parts.at(1).toInt());
-        else if (parts.first() == QLatin1String("next"))
-            manager()->doNext();
-        else if (parts.first() == QLatin1String("finish"))
-            manager()->finishMarking();
-        else if (parts.first() == QLatin1String("pre"))
-            manager()->doPre();
-        else if (parts.first() == QLatin1String("reset"))
-            manager()->doReset();
-        else
-            QFAIL(qPrintable(move));
-    }
-    QCOMPARE(manager()->isEnd(), end);
-    QCOMPARE(manager()->recordValue(1).toString(), QStringLiteral("r%1").arg(row));
-}
-
-void tst_MemoryDatabaseManager::cursorReaderClampsColumn_data()
-{
-    QTest::addColumn<int>("column");
-    QTest::addColumn<QString>("value");
-
-    QTest::newRow("negative") << -5 << "b1";
-    QTest::newRow("zero") << 0 << "b1";
-    QTest::newRow("first") << 1 << "b1";
-    QTest::newRow("second") << 2 << "b2";
-    QTest::newRow("last") << 3 << "b3";
-    QTest::newRow("one past") << 4 << "b3";
-    QTest::newRow("far past") << 99 << "b3";
-}
-
-void tst_MemoryDatabaseManager::cursorReaderClampsColumn()
-{
-    QFETCH(int, column);
-    QFETCH(QString, value);
-
-    QVERIFY(manager()->generateDatabase(QStringLiteral("TestTable"),
-                                        QStringList{"a1@;!a2@;!a3", "b1@;!b2@;!b3"}));
-    manager()->doNext();
-    QCOMPARE(manager()->recordValue(column), QVariant(value));
-}
-
-void tst_MemoryDatabaseManager::freeReaderRange_data()
-{
-    QTest::addColumn<int>("row");
-    QTest::addColumn<int>("column");
-    QTest::addColumn<QVariant>("value");
-
-    QTest::newRow("first cell") << 0 << 0 << QVariant("a1");
-    QTest::newRow("last cell") << 1 << 2 << QVariant("b3");
-    QTest::newRow("column count") << 0 << 3 << QVariant();
-    QTest::newRow("negative column") << 0 << -1 << QVariant();
-    QTest::newRow("negative row") << -1 << 0 << QVariant();
-    QTest::newRow("row count") << 2 << 0 << QVariant();
-}
-
-// Zero-based and range-tested, independent of the cursor.
-void tst_MemoryDatabaseManager::freeReaderRange()
-{
-    QFETCH(int, row);
-    QFETCH(int, column);
-    QFETCH(QVariant, value);
-
-    QVERIFY(manager()->generateDatabase(QStringLiteral("TestTable"),
-                                        QStringList{"a1@;!a2@;!a3", "b1@;!b2@;!b3"}));
-    manager()->doNext();
-    QCOMPARE(manager()->recordValue(row, column), value);
-}
-
-// Skipped and failed rows are counted but missing, so later rows move up and the last
-// offsets find nothing.
-void tst_MemoryDatabaseManager::skippedRowsShiftOffsets()
-{
-    const QStringList lines{"a@;!1", "short", "b@;!2", "c'@;!3", "d@;!4"};
-    QVERIFY(manager()->generateDatabase(QStringLiteral("TestTable"), lines));
-    QCOMPARE(manager()->getTableRowsCount(), 5);
-
-    QStringList byRow;
-    for (int row = 0; row < 5; ++row) {
-        const QVariant value = manager()->recordValue(row, 0);
-        byRow << (value.isValid() ? value.toString() : QStringLiteral("<invalid>"));
-    }
-    QCOMPARE(byRow, QStringList({"a", "b", "d", "<invalid>", "<invalid>"}));
-
-    QStringList byCursor;
-    do {
-        const QVariant value = manager()->recordValue(2);
-        byCursor << (value.isValid() ? value.toString() : QStringLiteral("<invalid>"));
-        manager()->doNext();
-    } while (!manager()->isEnd());
-    QCOMPARE(byCursor, QStringList({"1", "2", "4", "<invalid>", "<invalid>"}));
-}
-
-// Copies share the named connection, and a copy's destructor closes it.
-void tst_MemoryDatabaseManager::destroyingCopyClosesConnection()
-{
-    QVERIFY(manager()->generateDatabase(QStringLiteral("TestTable"), numberedLines(2)));
+    // A second init() keeps the instance; after destruct() a quiet init() starts afresh. A
+    // copy shares the connection and closes it when destroyed: generating then fails and
+    // changes nothing.
+    void lifecycle()
     {
-        MemoryDatabaseManager copy(*manager());
-        QCOMPARE(copy.getTableRowsCount(), 2);
-        QCOMPARE(copy.recordValue(1, 1), QVariant("x1"));
+        QVERIFY(m->generateDatabase(QStringLiteral("TestTable"), QStringList{"a"}));
+        MemoryDatabaseManager::init();
+        QCOMPARE(MemoryDatabaseManager::instance(), m);
+        TestSupport::WarningCatcher catcher;
+        MemoryDatabaseManager::destruct();
+        QVERIFY(!MemoryDatabaseManager::instance());
+        MemoryDatabaseManager::init();
+        m = MemoryDatabaseManager::instance();
+        QCOMPARE(catcher.warnings(), QStringList());
+        QCOMPARE(m->memoryDatabase().connectionName(), "TalwenMemoryDatabase");
+        QCOMPARE(m->memoryDatabase().tables(), QStringList());
+        delete new MemoryDatabaseManager(*m);
+        QVERIFY(!m->memoryDatabase().isOpen());
+        QVERIFY(!m->generateDatabase(QStringLiteral("TestTable"), QStringList{"a"}));
+        QVERIFY(!m->generateDatabase(QStringLiteral("TestTable"), records({{"a"}})));
+        QCOMPARE(m->getTableRowsCount(), -1);
+        QCOMPARE(m->getTableColumnsCount(), -1);
     }
-    QVERIFY(!manager()->memoryDatabase().isOpen());
-    QVERIFY(!manager()->recordValue(1).isValid());
-}
+
+    void generate_data()
+    {
+        QTest::addColumn<QVariant>("input");   // lines or records
+        QTest::addColumn<int>("columns");      // 0: rejected before the CREATE
+        QTest::addColumn<QStringList>("rows"); // none: the call fails
+
+        QTest::newRow("lines: empty parts skipped; short, long and quoted lines dropped, counted")
+                << QVariant(QStringList{"@;!a@;!b@;!c@;!", "x@;!@;!y", "c@;!d@;!e@;!f",
+                                         "O'Brien@;!x@;!y", "d@;!e@;!f"})
+                << 3 << QStringList{"a|b|c", "d|e|f"};
+        QTest::newRow("lines: no full separator, one column, blanks kept, empty lines dropped")
+                << QVariant(QStringList{"a@;b@!c", " d ", "", "@;!@;!"}) << 1
+                << QStringList{"a@;b@!c", " d "};
+        const QList<QSqlRecord> mixed = records(
+                {{1, QVariant(), 1.5}, {true, "@;!"}, {}, {"it's"}, {"d", "e", "f", "g"}});
+        QTest::newRow("records: text of each value; short padded, long cut, quoted dropped")
+                << QVariant::fromValue(mixed) << 3
+                << QStringList{"1||1.5", "true|@;!|", "||", "d|e|f"};
+        QTest::newRow("too many columns: CREATE fails after counting")
+                << QVariant(QStringList{QString("v@;!").repeated(2001), "x"}) << 2001
+                << QStringList();
+        QTest::newRow("no lines") << QVariant(QStringList()) << 0 << QStringList();
+        QTest::newRow("no records") << QVariant::fromValue(records({})) << 0 << QStringList();
+        QTest::newRow("separator-only first line")
+                << QVariant(QStringList{"@;!@;!", "a"}) << 0 << QStringList();
+        QTest::newRow("first record without fields")
+                << QVariant::fromValue(records({{}, {"a"}})) << 0 << QStringList();
+    }
+
+    // From a 3 x 2 table with the cursor pushed past its end: rejected input drops the table
+    // but leaves counts and end flag alone; a failed CREATE has already replaced them.
+    void generate()
+    {
+        QFETCH(QVariant, input);
+        QFETCH(int, columns);
+        QFETCH(QStringList, rows);
+
+        const bool result = !rows.isEmpty();
+        QVERIFY(m->generateDatabase(QStringLiteral("TestTable"), QStringList{"a@;!b", "c", "d"}));
+        m->doGoTo(10);
+        const QStringList lines = input.toStringList();
+        const QList<QSqlRecord> records = input.value<QList<QSqlRecord>>();
+        QCOMPARE(input.type() == QVariant::StringList
+                         ? m->generateDatabase(QStringLiteral("TestTable"), lines)
+                         : m->generateDatabase(QStringLiteral("TestTable"), records),
+                 result);
+        const int inputs = columns ? lines.size() + records.size() : 3;
+        QCOMPARE(m->getTableRowsCount(), inputs);
+        QCOMPARE(m->getTableColumnsCount(), columns ? columns : 2);
+        QCOMPARE(m->isEnd(), !columns);
+        QCOMPARE(m->memoryDatabase().tables(), result ? QStringList{"TestTable"} : QStringList());
+        QCOMPARE(queryRows(QStringLiteral("SELECT * FROM TestTable")), rows);
+        // Both readers see the rows really stored: later rows move up over dropped ones and the
+        // last offsets find nothing. Read, step, test the end flag: each row once.
+        for (int r = 0; result && r < inputs; ++r) {
+            const QVariant first = rows.size() > r ? rows.at(r).section('|', 0, 0) : QVariant();
+            QCOMPARE(m->recordValue(r, 0), first);
+            QCOMPARE(m->recordValue(0), first);
+            m->doNext();
+            QCOMPARE(m->isEnd(), r == inputs - 1);
+        }
+    }
+
+    // Every table goes first, and the new one is created blank for blank under any name. A
+    // transaction already open on the connection makes the overloads part ways.
+    void tablesAndTransactionStart()
+    {
+        QSqlDatabase db = m->memoryDatabase();
+        QVERIFY(m->generateDatabase(QStringLiteral("Old"), QStringList{"a"}));
+        QVERIFY(!db.exec(QStringLiteral("CREATE TABLE Extra (v)")).lastError().isValid());
+        QVERIFY(db.transaction());
+        QVERIFY(!m->generateDatabase(QStringLiteral("T"), QStringList{"a@;!b@;!c", "d"}));
+        QCOMPARE(m->getLastError(), "Can't begin transaction");
+        QCOMPARE(m->getTableRowsCount(), 2);
+        QCOMPARE(queryRows(QStringLiteral("SELECT sql FROM sqlite_master")),
+                 QStringList{"CREATE TABLE T ( column1 TEXT , column2 TEXT , column3 TEXT  )"});
+        QCOMPARE(queryRows(QStringLiteral("SELECT * FROM T")), QStringList());
+        QVERIFY(m->generateDatabase(QStringLiteral("Other"), records({{"x"}, {"y"}})));
+        QCOMPARE(queryRows(QStringLiteral("SELECT * FROM Other")), QStringList({"x", "y"}));
+        // Never cleared.
+        QCOMPARE(m->getLastError(), "Can't begin transaction");
+    }
+
+    // Stepping forward is walked through above.
+    void cursorMoves_data()
+    {
+        QTest::addColumn<int>("start"); // a doGoTo from one past the end of 5 rows
+        QTest::addColumn<Move>("move");
+        QTest::addColumn<int>("row");
+        QTest::addColumn<bool>("end");
+
+        QTest::newRow("goto past end") << 7 << Move() << 4 << true;
+        QTest::newRow("goto row count") << 5 << Move() << 4 << true;
+        QTest::newRow("goto negative") << -3 << Move() << 0 << false;
+        QTest::newRow("goto last") << 4 << Move() << 4 << false;
+        QTest::newRow("finishMarking past last")
+                << 4 << Move(&MemoryDatabaseManager::finishMarking) << 4 << true;
+        QTest::newRow("pre after end") << 9 << Move(&MemoryDatabaseManager::doPre) << 3 << false;
+        QTest::newRow("pre on first row") << 0 << Move(&MemoryDatabaseManager::doPre) << 0 << false;
+        QTest::newRow("reset after end")
+                << 8 << Move(&MemoryDatabaseManager::doReset) << 0 << false;
+    }
+
+    void cursorMoves()
+    {
+        QFETCH(int, start);
+        QFETCH(Move, move);
+        QFETCH(int, row);
+        QFETCH(bool, end);
+
+        QVERIFY(m->generateDatabase(QStringLiteral("TestTable"),
+                                    QStringList{"r0", "r1", "r2", "r3", "r4"}));
+        m->doGoTo(5);
+        m->doGoTo(start);
+        if (move)
+            (m->*move)();
+        QCOMPARE(m->isEnd(), end);
+        QCOMPARE(m->recordValue(1).toString(), QStringLiteral("r%1").arg(row));
+    }
+
+    void readers_data()
+    {
+        QTest::addColumn<int>("row"); // -2: the cursor reader, on row 1
+        QTest::addColumn<int>("column");
+        QTest::addColumn<QVariant>("value");
+
+        QTest::newRow("cursor: negative column reads the first") << -2 << -5 << QVariant("r1c1");
+        QTest::newRow("cursor: column 0 reads the first") << -2 << 0 << QVariant("r1c1");
+        QTest::newRow("cursor: past the count reads the last") << -2 << 99 << QVariant("r1c2");
+        QTest::newRow("free: last cell") << 1 << 1 << QVariant("r1c2");
+        QTest::newRow("free: column count") << 0 << 2 << QVariant();
+        QTest::newRow("free: negative column") << 0 << -1 << QVariant();
+        QTest::newRow("free: negative row") << -1 << 0 << QVariant();
+        QTest::newRow("free: row count") << 2 << 0 << QVariant();
+    }
+
+    // The manager knows 2 rows of 2 columns of "Other", while "TestTable", made by hand and the
+    // only table read, holds one more row and a column more on either side, so that every
+    // bound the readers keep shows.
+    void readers()
+    {
+        QFETCH(int, row);
+        QFETCH(int, column);
+        QFETCH(QVariant, value);
+
+        QVERIFY(m->generateDatabase(QStringLiteral("Other"), QStringList{"a@;!b", "c@;!d"}));
+        QSqlQuery query(m->memoryDatabase());
+        QVERIFY_SQL(query,
+                    exec("CREATE TABLE TestTable AS SELECT 'r0c0' column0, 'r0c1' column1,"
+                         " 'r0c2' column2, 'r0c3' column3 UNION ALL VALUES ('r1c0', 'r1c1',"
+                         " 'r1c2', 'r1c3'), ('r2c0', 'r2c1', 'r2c2', 'r2c3')"));
+        m->doNext();
+        QCOMPARE(row == -2 ? m->recordValue(column) : m->recordValue(row, column), value);
+    }
+
+private:
+    MemoryDatabaseManager *m = nullptr;
+};
 
 QTEST_GUILESS_MAIN(tst_MemoryDatabaseManager)
 #include "tst_memorydatabasemanager.moc"
