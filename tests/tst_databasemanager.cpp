@@ -108,24 +108,24 @@ void tst_DatabaseManager::load_data()
     QTest::addColumn<QStringList>("names");
 
     QTest::newRow("default moved to front")
-            << QStringList {"a.db", "B.db"} << QStringList() << "a" << QStringList {"a", "B"};
+            << QStringList{"a.db", "B.db"} << QStringList() << "a" << QStringList{"a", "B"};
     QTest::newRow("default first by name, case ignored")
-            << QStringList {"Zeta.db", "alpha.db", "Beta.db"} << QStringList() << "alpha"
-            << QStringList {"alpha", "Beta", "Zeta"};
+            << QStringList{"Zeta.db", "alpha.db", "Beta.db"} << QStringList() << "alpha"
+            << QStringList{"alpha", "Beta", "Zeta"};
     QTest::newRow("name cut at first dot")
-            << QStringList {"x.y.db"} << QStringList() << "x" << QStringList {"x"};
+            << QStringList{"x.y.db"} << QStringList() << "x" << QStringList{"x"};
     QTest::newRow("case-sensitive names are distinct")
-            << QStringList {"orders.db", "Orders.db"} << QStringList() << "orders"
-            << QStringList {"orders", "Orders"};
+            << QStringList{"orders.db", "Orders.db"} << QStringList() << "orders"
+            << QStringList{"orders", "Orders"};
     QTest::newRow("default from the system directory only")
-            << QStringList {"m.db"} << QStringList {"a.db", "z.db"} << "m"
-            << QStringList {"m", "a", "z"};
-    QTest::newRow("other suffixes ignored") << QStringList {"k.db", "notes.txt", "k.db-journal"}
-                                            << QStringList {"u.sqlite"} << "k" << QStringList {"k"};
+            << QStringList{"m.db"} << QStringList{"a.db", "z.db"} << "m"
+            << QStringList{"m", "a", "z"};
+    QTest::newRow("other suffixes ignored") << QStringList{"k.db", "notes.txt", "k.db-journal"}
+                                            << QStringList{"u.sqlite"} << "k" << QStringList{"k"};
     QTest::newRow("subdirectory matching the pattern")
-            << QStringList {"folder.db/"} << QStringList() << "folder" << QStringList {"folder"};
+            << QStringList{"folder.db/"} << QStringList() << "folder" << QStringList{"folder"};
     QTest::newRow("no system entry, no default")
-            << QStringList() << QStringList {"b.db", "a.db"} << QString() << QStringList {"a", "b"};
+            << QStringList() << QStringList{"b.db", "a.db"} << QString() << QStringList{"a", "b"};
 }
 
 void tst_DatabaseManager::load()
@@ -154,7 +154,7 @@ void tst_DatabaseManager::userFileWinsAndMissingDirectoriesAreEmpty()
     QVERIFY(create(m_catalogue->userDir(), {"a.db"}));
     DatabaseManager manager;
     QCOMPARE(manager.path("a"), QFileInfo(m_catalogue->userDir() + "/a.db").absoluteFilePath());
-    QCOMPARE(manager.names(), QStringList {"a"});
+    QCOMPARE(manager.names(), QStringList{"a"});
     QCOMPARE(manager.getDefaultDbName(), QString("a"));
 
     Core::Settings::instance().setDbSysDirPath(m_catalogue->filePath("no/such/system"));
@@ -174,12 +174,12 @@ void tst_DatabaseManager::reloadStartsFromDisk()
     QVERIFY(manager.addDatabaseFile(outside));
     QVERIFY(manager.removeDatabase("a"));
     QVERIFY(create(m_catalogue->userDir(), {"new.db"}));
-    QCOMPARE(manager.names(), QStringList {"outside"});
+    QCOMPARE(manager.names(), QStringList{"outside"});
     manager.reload();
-    QCOMPARE(manager.names(), (QStringList {"a", "new"}));
+    QCOMPARE(manager.names(), (QStringList{"a", "new"}));
     QVERIFY(manager.addDatabaseFile(outside));
     manager.updateFileList();
-    QCOMPARE(manager.names(), (QStringList {"a", "new"}));
+    QCOMPARE(manager.names(), (QStringList{"a", "new"}));
 }
 
 void tst_DatabaseManager::fileOperations_data()
@@ -191,19 +191,19 @@ void tst_DatabaseManager::fileOperations_data()
     QTest::addColumn<QStringList>("names"); // the catalogue afterwards, system file a.db first
 
     QTest::newRow("add: file outside the directories")
-            << true << "extra.db" << true << true << QStringList {"a", "extra"};
+            << true << "extra.db" << true << true << QStringList{"a", "extra"};
     QTest::newRow("add: suffix not compared")
-            << true << "notes.txt" << true << true << QStringList {"a", "notes"};
+            << true << "notes.txt" << true << true << QStringList{"a", "notes"};
     QTest::newRow("add: missing file")
-            << true << "missing.db" << false << false << QStringList {"a"};
+            << true << "missing.db" << false << false << QStringList{"a"};
     QTest::newRow("add: name taken, never overwritten")
-            << true << "a.other.db" << true << false << QStringList {"a"};
+            << true << "a.other.db" << true << false << QStringList{"a"};
     QTest::newRow("remove: other file, same base name")
             << false << "other/a.sqlite" << true << true << QStringList();
     QTest::newRow("remove: missing file, catalogued name")
-            << false << "a.db" << false << false << QStringList {"a"};
+            << false << "a.db" << false << false << QStringList{"a"};
     QTest::newRow("remove: existing file, unknown name")
-            << false << "b.db" << true << false << QStringList {"a"};
+            << false << "b.db" << true << false << QStringList{"a"};
 }
 
 void tst_DatabaseManager::fileOperations()
@@ -252,7 +252,7 @@ void tst_DatabaseManager::removalsKeepDefaultName()
     DatabaseManager manager;
     QVERIFY(manager.removeDatabase("a"));
     QVERIFY(!manager.removeDatabase("a"));
-    QCOMPARE(manager.names(), QStringList {"b"});
+    QCOMPARE(manager.names(), QStringList{"b"});
     manager.clear();
     QVERIFY(manager.names().isEmpty());
     QVERIFY(!manager.exists("b"));
@@ -270,8 +270,8 @@ void tst_DatabaseManager::singletonLifecycle()
     // Every init builds and loads a new catalogue; the old one is left as it was.
     DatabaseManager::init();
     QVERIFY(DatabaseManager::instance() != first);
-    QCOMPARE(DatabaseManager::instance()->names(), (QStringList {"a", "b"}));
-    QCOMPARE(first->names(), QStringList {"a"});
+    QCOMPARE(DatabaseManager::instance()->names(), (QStringList{"a", "b"}));
+    QCOMPARE(first->names(), QStringList{"a"});
     delete first;
 
     DatabaseManager::destruct();
@@ -295,7 +295,7 @@ void tst_DatabaseManager::copyDoesNotReload()
     QCOMPARE(listener.calls, 1);
 
     DatabaseManager assigned;
-    QCOMPARE(assigned.names(), QStringList {"a"});
+    QCOMPARE(assigned.names(), QStringList{"a"});
     assigned = manager;
     QVERIFY(assigned.names().isEmpty());
 }
@@ -309,14 +309,14 @@ void tst_DatabaseManager::globals_data()
     using L = QList<DatabaseQueryData>;
     QTest::newRow("nothing stored") << QVariant() << L() << QStringList();
     QTest::newRow("replace by name, else append")
-            << QVariant() << L {{"q1", "", "old"}, {"q2", "", "two"}, {"q1", "", "new"}}
-            << QStringList {"q1=new", "q2=two"};
-    QTest::newRow("unnamed record ignored") << QVariant() << L {{"", "", "x"}} << QStringList();
+            << QVariant() << L{{"q1", "", "old"}, {"q2", "", "two"}, {"q1", "", "new"}}
+            << QStringList{"q1=new", "q2=two"};
+    QTest::newRow("unnamed record ignored") << QVariant() << L{{"", "", "x"}} << QStringList();
     QTest::newRow("duplicates: only the first replaced")
-            << QVariant::fromValue(L {{"q", "", "first"}, {"q", "", "second"}})
-            << L {{"q", "", "third"}} << QStringList {"q=third", "q=second"};
+            << QVariant::fromValue(L{{"q", "", "first"}, {"q", "", "second"}})
+            << L{{"q", "", "third"}} << QStringList{"q=third", "q=second"};
     QTest::newRow("unconvertible value read as empty")
-            << QVariant(42) << L {{"q", "", "s"}} << QStringList {"q=s"};
+            << QVariant(42) << L{{"q", "", "s"}} << QStringList{"q=s"};
 }
 
 void tst_DatabaseManager::globals()
@@ -341,7 +341,7 @@ void tst_DatabaseManager::globals()
         QVERIFY(reader.globalQueryData(name.toUpper()).name().isEmpty());
     }
     // An empty name is never looked up, not even when an unnamed record is stored.
-    settings.setRunValue(GlobalsKey, QVariant::fromValue(QList<DatabaseQueryData> {{"", "", "x"}}));
+    settings.setRunValue(GlobalsKey, QVariant::fromValue(QList<DatabaseQueryData>{{"", "", "x"}}));
     QVERIFY(reader.globalQueryData(QString()).statement().isEmpty());
 }
 
@@ -357,7 +357,7 @@ void tst_DatabaseManager::globalsMetaTypes()
     QStringList names;
     for (const QVariant &element : stored.value<QSequentialIterable>())
         names << element.value<DatabaseQueryData>().name();
-    QCOMPARE(names, (QStringList {"q1", "q2"}));
+    QCOMPARE(names, (QStringList{"q1", "q2"}));
 }
 
 void tst_DatabaseManager::listenersAddedOnceAndRemoved()
@@ -408,11 +408,11 @@ void tst_DatabaseManager::listenersChangedDuringNotification()
         manager.addDBChangeListener(listener);
 
     manager.notifyDBChangeListener();
-    QCOMPARE((QList<int> {first.calls, second.calls, third.calls, late.calls}),
-             (QList<int> {1, 0, 1, 1}));
+    QCOMPARE((QList<int>{first.calls, second.calls, third.calls, late.calls}),
+             (QList<int>{1, 0, 1, 1}));
     manager.notifyDBChangeListener();
-    QCOMPARE((QList<int> {first.calls, second.calls, third.calls, late.calls}),
-             (QList<int> {1, 1, 2, 2}));
+    QCOMPARE((QList<int>{first.calls, second.calls, third.calls, late.calls}),
+             (QList<int>{1, 1, 2, 2}));
 }
 
 QTEST_GUILESS_MAIN(tst_DatabaseManager)

@@ -132,14 +132,13 @@ void tst_HostileInput::memoryLines_data()
     QTest::addColumn<bool>("generated");
 
     QTest::newRow("SQL in values")
-            << QStringList {"a@;!b", "x'); DROP TABLE TestTable; --@;!y"} << true;
-    QTest::newRow("quotes everywhere") << QStringList {"'@;!'", "''@;!''''"} << true;
-    QTest::newRow("only separators") << QStringList {"@;!@;!@;!"} << false;
-    QTest::newRow("first line empty") << QStringList {"", "a@;!b"} << false;
+            << QStringList{"a@;!b", "x'); DROP TABLE TestTable; --@;!y"} << true;
+    QTest::newRow("quotes everywhere") << QStringList{"'@;!'", "''@;!''''"} << true;
+    QTest::newRow("only separators") << QStringList{"@;!@;!@;!"} << false;
+    QTest::newRow("first line empty") << QStringList{"", "a@;!b"} << false;
     QTest::newRow("NUL characters")
-            << QStringList {QString::fromLatin1("a\0b@;!c", 7), "d@;!e"} << true;
-    QTest::newRow("three thousand columns")
-            << QStringList {QString("v@;!").repeated(3000)} << false;
+            << QStringList{QString::fromLatin1("a\0b@;!c", 7), "d@;!e"} << true;
+    QTest::newRow("three thousand columns") << QStringList{QString("v@;!").repeated(3000)} << false;
 }
 
 void tst_HostileInput::memoryLines()

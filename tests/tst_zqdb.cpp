@@ -46,7 +46,7 @@ private:
 Run tst_Zqdb::zqdb(const QStringList &arguments)
 {
     QProcess process;
-    QStringList all {"--sys-dir", m_catalogue->sysDir(), "--user-dir", m_catalogue->userDir()};
+    QStringList all{"--sys-dir", m_catalogue->sysDir(), "--user-dir", m_catalogue->userDir()};
     all += arguments;
     process.start(QStringLiteral(ZQDB_BINARY), all);
     Run run;
@@ -75,16 +75,15 @@ void tst_Zqdb::usageErrors_data()
     QTest::addColumn<QString>("message");
 
     QTest::newRow("no command") << QStringList() << "no command given";
-    QTest::newRow("unknown command")
-            << QStringList {"frobnicate"} << "unknown command 'frobnicate'";
-    QTest::newRow("unknown option") << QStringList {"list", "--bogus"} << "Unknown option 'bogus'";
+    QTest::newRow("unknown command") << QStringList{"frobnicate"} << "unknown command 'frobnicate'";
+    QTest::newRow("unknown option") << QStringList{"list", "--bogus"} << "Unknown option 'bogus'";
     QTest::newRow("missing argument")
-            << QStringList {"import", "a.csv"} << "expected SOURCE DATABASE";
-    QTest::newRow("extra argument") << QStringList {"list", "x"} << "expected no arguments";
-    QTest::newRow("bad count") << QStringList {"cat", "x", "--count", "-3"}
+            << QStringList{"import", "a.csv"} << "expected SOURCE DATABASE";
+    QTest::newRow("extra argument") << QStringList{"list", "x"} << "expected no arguments";
+    QTest::newRow("bad count") << QStringList{"cat", "x", "--count", "-3"}
                                << "--count takes a number";
     QTest::newRow("option without value")
-            << QStringList {"cat", "x", "--from"} << "Missing value after '--from'";
+            << QStringList{"cat", "x", "--from"} << "Missing value after '--from'";
 }
 
 void tst_Zqdb::usageErrors()
@@ -122,7 +121,7 @@ void tst_Zqdb::helpForEveryCommand()
     QFETCH(QString, command);
     QFETCH(QString, option);
     const Run run
-            = zqdb(command.isEmpty() ? QStringList {"--help"} : QStringList {command, "--help"});
+            = zqdb(command.isEmpty() ? QStringList{"--help"} : QStringList{command, "--help"});
     QCOMPARE(run.exitCode, 0);
     QVERIFY2(run.out.contains(option), qPrintable(run.out));
 }
@@ -133,18 +132,18 @@ void tst_Zqdb::failures_data()
     QTest::addColumn<QString>("message");
 
     QTest::newRow("import of a missing file")
-            << QStringList {"import", "/no/such/file.csv", "/tmp/never.db"} << "no such file";
+            << QStringList{"import", "/no/such/file.csv", "/tmp/never.db"} << "no such file";
     QTest::newRow("info of an unknown name")
-            << QStringList {"info", "nothere"} << "no database named 'nothere'";
-    QTest::newRow("cat of an unknown name") << QStringList {"cat", "nothere"} << "zqdb list";
+            << QStringList{"info", "nothere"} << "no database named 'nothere'";
+    QTest::newRow("cat of an unknown name") << QStringList{"cat", "nothere"} << "zqdb list";
     QTest::newRow("export of an unknown name")
-            << QStringList {"export", "nothere", "/tmp/x.csv"} << "no database named 'nothere'";
+            << QStringList{"export", "nothere", "/tmp/x.csv"} << "no database named 'nothere'";
     QTest::newRow("memory of a missing file")
-            << QStringList {"memory", "/no/such/lines.txt"} << "cannot read";
+            << QStringList{"memory", "/no/such/lines.txt"} << "cannot read";
     QTest::newRow("info of a text file")
-            << QStringList {"info", "@text"} << "is not an SQLite database";
+            << QStringList{"info", "@text"} << "is not an SQLite database";
     QTest::newRow("export of a text file")
-            << QStringList {"export", "@text", "/tmp/x.csv"} << "is not an SQLite database";
+            << QStringList{"export", "@text", "/tmp/x.csv"} << "is not an SQLite database";
 }
 
 void tst_Zqdb::failures()

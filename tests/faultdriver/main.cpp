@@ -28,7 +28,7 @@ namespace {
 
 const char *g_vanishPath = nullptr;
 int g_vanishOnOpen = 0;
-std::atomic<int> g_opens {0};
+std::atomic<int> g_opens{0};
 
 // Deletes the watched file just before its Nth opening, as another program might.
 void maybeVanish(const char *path)
@@ -85,7 +85,7 @@ int main(int argc, char *argv[])
             // Writes past the limit fail with EFBIG instead of killing the process.
             std::signal(SIGXFSZ, SIG_IGN);
             const rlim_t limit = args.takeFirst().toULongLong();
-            const rlimit value {limit, limit};
+            const rlimit value{limit, limit};
             if (setrlimit(RLIMIT_FSIZE, &value) != 0)
                 return 3;
         } else if (option == QLatin1String("--as-nobody")) {

@@ -264,10 +264,10 @@ int showInfo(const QString &database, QTextStream &out, QTextStream &err)
         QList<QStringList> rows;
         for (int i = 0; i < fields.size(); ++i) {
             const QVariant::Type type = types.value(i, QVariant::Invalid);
-            rows << QStringList {QString::number(i + 1), fields.at(i),
-                                 type == QVariant::Invalid
-                                         ? tr("unknown")
-                                         : QLatin1String(QVariant::typeToName(type))};
+            rows << QStringList{QString::number(i + 1), fields.at(i),
+                                type == QVariant::Invalid
+                                        ? tr("unknown")
+                                        : QLatin1String(QVariant::typeToName(type))};
         }
         printAligned(out, {tr("#"), tr("field"), tr("type")}, rows);
     }
@@ -447,7 +447,7 @@ int walkMemoryTable(const QString &linesFile, QTextStream &out, QTextStream &err
         result = Failure;
     } else {
         const int columns = memory->getTableColumnsCount();
-        QStringList header {tr("row")};
+        QStringList header{tr("row")};
         for (int c = 1; c <= columns; ++c)
             header << QStringLiteral("column%1").arg(c);
         QList<QStringList> rows;
@@ -455,7 +455,7 @@ int walkMemoryTable(const QString &linesFile, QTextStream &out, QTextStream &err
         memory->doReset();
         int row = 0;
         do {
-            QStringList cells {QString::number(row++)};
+            QStringList cells{QString::number(row++)};
             for (int c = 1; c <= columns; ++c)
                 cells << memory->recordValue(c).toString();
             rows << cells;
