@@ -24,12 +24,8 @@ private slots:
     void init();
     void cleanup();
 
-    void usageErrors_data();
-    void usageErrors();
-    void helpForEveryCommand_data();
-    void helpForEveryCommand();
-    void failures_data();
-    void failures();
+    void messages_data();
+    void messages();
 
     void listShowsDefaultFirst();
     void importInfoCatRoundTrip();
@@ -69,94 +65,58 @@ void tst_Zqdb::cleanup()
     delete m_catalogue;
 }
 
-void tst_Zqdb::usageErrors_data()
+// Messages a person reads: usage errors (2, with a pointer to the help), help (0, on
+// standard output) and failures (1).
+void tst_Zqdb::messages_data()
 {
-    QTest::addColumn<QStringList>("arguments");
+    QTest::addColumn<QStringList>("arguments"); // "@text": a file that is no database
+    QTest::addColumn<int>("exitCode");
     QTest::addColumn<QString>("message");
-
-    QTest::newRow("no command") << QStringList() << "no command given";
-    QTest::newRow("unknown command") << QStringList{"frobnicate"} << "unknown command 'frobnicate'";
-    QTest::newRow("unknown option") << QStringList{"list", "--bogus"} << "Unknown option 'bogus'";
-    QTest::newRow("missing argument")
-            << QStringList{"import", "a.csv"} << "expected SOURCE DATABASE";
-    QTest::newRow("extra argument") << QStringList{"list", "x"} << "expected no arguments";
-    QTest::newRow("bad count") << QStringList{"cat", "x", "--count", "-3"}
-                               << "--count takes a number";
-    QTest::newRow("option without value")
-            << QStringList{"cat", "x", "--from"} << "Missing value after '--from'";
+    const auto row
+            = [](const char *name, const QStringList &arguments, int code, const char *text) {
+                  QTest::newRow(name) << arguments << code << QString(text);
+              };
+    row("no command", {}, 2, "no command given");
+    row("unknown command", {"frobnicate"}, 2, "unknown command 'frobnicate'");
+    row("unknown option", {"list", "--bogus"}, 2, "Unknown option 'bogus'");
+    row("missing argument", {"import", "a.csv"}, 2, "expected SOURCE DATABASE");
+    row("extra argument", {"list", "x"}, 2, "expected no arguments");
+    row("bad count", {"cat", "x", "--count", "-3"}, 2, "--count takes a number");
+    row("option without value", {"cat", "x", "--from"}, 2, "Missing value after '--from'");
+    row("general help", {"--help"}, 0, "Commands:");
+    row("list help", {"list", "--help"}, 0, "--sys-dir");
+    row("info help", {"info", "--help"}, 0, "NAME");
+    row("cat help", {"cat", "--help"}, 0, "--columns");
+    row("import help", {"import", "--help"}, 0, "--separator");
+    row("export help", {"export", "--help"}, 0, "CSVFILE");
+    row("memory help", {"memory", "--help"}, 0, "FILE");
+    row("import of a missing file", {"import", "/no/such/file.csv", "/tmp/never.db"}, 1,
+        "no such file");
+    row("info of an unknown name", {"info", "nothere"}, 1, "no database named 'nothere'");
+    row("cat of an unknown name", {"cat", "nothere"}, 1, "zqdb list");
+    row("export of an unknown name", {"export", "nothere", "/tmp/x.csv"}, 1, "no database named");
+    row("memory of a missing file", {"memory", "/no/such/lines.txt"}, 1, "cannot read");
+    row("info of a text file", {"info", "@text"}, 1, "is not an SQLite database");
+    row("export of a text file", {"export", "@text", "/tmp/x.csv"}, 1, "is not an SQLite database");
 }
 
-void tst_Zqdb::usageErrors()
+void tst_Zqdb::messages()
 {
     QFETCH(QStringList, arguments);
+    QFETCH(int, exitCode);
     QFETCH(QString, message);
-    const Run run = zqdb(arguments);
-    QCOMPARE(run.exitCode, 2);
-    QVERIFY2(run.err.contains(message), qPrintable(run.err));
-    QVERIFY2(run.err.contains("--help"), qPrintable(run.err));
-    QVERIFY(run.out.isEmpty());
-}
-
-void tst_Zqdb::helpForEveryCommand_data()
-{
-    QTest::addColumn<QString>("command");
-    QTest::addColumn<QString>("option");
-    QTest::newRow("general") << QString() << "Commands:";
-    QTest::newRow("list") << "list"
-                          << "--sys-dir";
-    QTest::newRow("info") << "info"
-                          << "NAME";
-    QTest::newRow("cat") << "cat"
-                         << "--columns";
-    QTest::newRow("import") << "import"
-                            << "--separator";
-    QTest::newRow("export") << "export"
-                            << "CSVFILE";
-    QTest::newRow("memory") << "memory"
-                            << "FILE";
-}
-
-void tst_Zqdb::helpForEveryCommand()
-{
-    QFETCH(QString, command);
-    QFETCH(QString, option);
-    const Run run
-            = zqdb(command.isEmpty() ? QStringList{"--help"} : QStringList{command, "--help"});
-    QCOMPARE(run.exitCode, 0);
-    QVERIFY2(run.out.contains(option), qPrintable(run.out));
-}
-
-void tst_Zqdb::failures_data()
-{
-    QTest::addColumn<QStringList>("arguments");
-    QTest::addColumn<QString>("message");
-
-    QTest::newRow("import of a missing file")
-            << QStringList{"import", "/no/such/file.csv", "/tmp/never.db"} << "no such file";
-    QTest::newRow("info of an unknown name")
-            << QStringList{"info", "nothere"} << "no database named 'nothere'";
-    QTest::newRow("cat of an unknown name") << QStringList{"cat", "nothere"} << "zqdb list";
-    QTest::newRow("export of an unknown name")
-            << QStringList{"export", "nothere", "/tmp/x.csv"} << "no database named 'nothere'";
-    QTest::newRow("memory of a missing file")
-            << QStringList{"memory", "/no/such/lines.txt"} << "cannot read";
-    QTest::newRow("info of a text file")
-            << QStringList{"info", "@text"} << "is not an SQLite database";
-    QTest::newRow("export of a text file")
-            << QStringList{"export", "@text", "/tmp/x.csv"} << "is not an SQLite database";
-}
-
-void tst_Zqdb::failures()
-{
-    QFETCH(QStringList, arguments);
-    QFETCH(QString, message);
-    // "@text" stands for a file that exists but is no database.
     const QString textFile = m_catalogue->filePath("notes.txt");
     QVERIFY(TestSupport::writeFile(textFile, "just notes\n"));
     arguments.replaceInStrings("@text", textFile);
+
     const Run run = zqdb(arguments);
-    QCOMPARE(run.exitCode, 1);
-    QVERIFY2(run.err.contains(message), qPrintable(run.err));
+    QCOMPARE(run.exitCode, exitCode);
+    const QString &text = exitCode == 0 ? run.out : run.err;
+    QVERIFY2(text.contains(message), qPrintable(text));
+    if (exitCode == 2) {
+        QVERIFY2(run.err.contains("--help"), qPrintable(run.err));
+        QVERIFY(run.out.isEmpty());
+    }
 }
 
 void tst_Zqdb::listShowsDefaultFirst()
