@@ -14,7 +14,7 @@ endif()
 # Only the public headers: the library's internal helpers stay out of the package.
 set(zqdatabase_public_headers database_global.h databasemanager.h databasechangelistener.h
     databasehandler.h databasehandlerfactory.h databasegenerator.h xlsxtodbgenerator.h
-    memorydatabasemanager.h databaseexport.h)
+    memorydatabasemanager.h databaseexport.h progressscope.h)
 list(TRANSFORM zqdatabase_public_headers PREPEND ${PROJECT_SOURCE_DIR}/database/)
 set(zqcore_public_headers zqcore_global.h settings.h consolesingleton.h databasequerydata.h
     xlsxreader.h)
