@@ -52,8 +52,7 @@ Run tst_Zqdb::zqdb(const QStringList &arguments, const QByteArray &input)
     if (!process.waitForFinished(60000) || process.exitStatus() != QProcess::NormalExit)
         return run;
     run.exitCode = process.exitCode();
-    run.bytes = process.readAllStandardOutput();
-    run.out = QString::fromUtf8(run.bytes);
+    run.out = QString::fromUtf8(run.bytes = process.readAllStandardOutput());
     run.err = QString::fromUtf8(process.readAllStandardError());
     return run;
 }
@@ -115,8 +114,7 @@ void tst_Zqdb::listShowsDefaultFirst()
     QVERIFY(TestSupport::writeFile(m_catalogue->sysDir() + "/a.db", QByteArray()));
     QVERIFY(TestSupport::writeFile(m_catalogue->userDir() + "/C.db", QByteArray()));
     const QStringList lines = zqdb({"list"}).out.split('\n', Qt::SkipEmptyParts);
-    QCOMPARE(lines.size(), 3);
-    QVERIFY(lines.at(0).startsWith("* a ") && lines.at(2).startsWith("  b "));
+    QVERIFY(lines.size() == 3 && lines.at(0).startsWith("* a ") && lines.at(2).startsWith("  b "));
 }
 
 void tst_Zqdb::importInfoCatRoundTrip()
@@ -126,17 +124,17 @@ void tst_Zqdb::importInfoCatRoundTrip()
     const QString database = m_catalogue->sysDir() + "/people.db";
 
     Run run = zqdb({"import", source, database, "--separator", "\\t"});
-    QCOMPARE(run.exitCode, 0);
-    QVERIFY2(run.err.contains("table1  3 row(s)") && run.out.isEmpty(), qPrintable(run.err));
+    QVERIFY2(run.exitCode == 0 && run.err.contains("table1  3 row(s)") && run.out.isEmpty(),
+             qPrintable(run.err));
 
     run = zqdb({"info", "people"});
-    QCOMPARE(run.exitCode, 0);
-    QVERIFY2(run.out.contains("Records:  3") && run.out.contains("column2"), qPrintable(run.out));
-    QVERIFY(!run.out.contains(" id "));
+    QVERIFY2(run.exitCode == 0 && run.out.contains("Records:  3") && !run.out.contains(" id ")
+                     && run.out.contains(QRegularExpression("column2 +TEXT +QString")),
+             qPrintable(run.out));
 
     run = zqdb({"cat", "people", "--from", "1", "--count", "5"});
-    QCOMPARE(run.exitCode, 0);
-    QVERIFY2(run.out.contains("bob") && run.out.contains("cy") && !run.out.contains("ann"),
+    QVERIFY2(run.exitCode == 0 && run.out.contains("bob") && run.out.contains("cy")
+                     && !run.out.contains("ann"),
              qPrintable(run.out));
     QVERIFY(run.err.contains("(rows 1 to 2 of 3)"));
 }
@@ -151,7 +149,6 @@ void tst_Zqdb::catReadsAsTheShell()
     QVERIFY(TestSupport::sqlite(database,
                                 table.arg("zeta").arg(50000) + table.arg("alpha").arg(4)));
     Run run = zqdb({"cat", database, "--csv", "--from", "49998", "--count", "all"});
-    QCOMPARE(run.exitCode, 0);
     QString shell;
     QVERIFY(TestSupport::sqlite(database,
                                 ".mode csv\nSELECT column1, column2 FROM zeta LIMIT 2 OFFSET 49998;"
@@ -173,9 +170,9 @@ void tst_Zqdb::reimportNeedsAChoice()
     QCOMPARE(zqdb({"import", good, database}).exitCode, 0);
     const QByteArray before = TestSupport::readFile(database);
 
-    Run run = zqdb({"import", good, database});
-    QCOMPARE(run.exitCode, 1);
-    QVERIFY2(run.err.contains("already holds 1 table(s) (table1") && run.err.contains("--replace"),
+    const Run run = zqdb({"import", good, database});
+    QVERIFY2(run.exitCode == 1 && run.err.contains("already holds 1 table(s) (table1")
+                     && run.err.contains("--replace"),
              qPrintable(run.err));
     QVERIFY(TestSupport::writeFile(good, "x,y\nz\n"));
     QCOMPARE(zqdb({"import", good, database, "--replace"}).exitCode, 1);
@@ -206,9 +203,8 @@ void tst_Zqdb::encodingUtf8()
     const QString source = m_catalogue->filePath("utf8.csv");
     QVERIFY(TestSupport::writeFile(source, QString::fromUtf8("杭州,1\n\n北京,2\n").toUtf8()));
     const QString database = m_catalogue->filePath("u.db");
-    Run run = zqdb({"import", source, database});
-    QVERIFY2(run.err.contains("--encoding utf-8"), qPrintable(run.err));
-    run = zqdb({"import", source, database, "--replace", "--encoding", "utf-8"});
+    QVERIFY(zqdb({"import", source, database}).err.contains("add --encoding utf-8"));
+    const Run run = zqdb({"import", source, database, "--replace", "--encoding", "utf-8"});
     QVERIFY2(run.exitCode == 0 && !run.err.contains("warning"), qPrintable(run.err));
     QCOMPARE(TestSupport::sqliteQuery(database, "SELECT column1, column2 FROM table1;"),
              QString::fromUtf8("杭州|1\n北京|2"));
