@@ -123,6 +123,14 @@ QString openDatabase(Session &session, const QString &command, const QString &da
     return name;
 }
 
+// Puts what was written as data out before a status line follows on standard error.
+void flushData(QTextStream &out)
+{
+    out.flush();
+    if (auto *file = qobject_cast<QFileDevice *>(out.device()))
+        file->flush();
+}
+
 // Sends a file's bytes to a device; false on a write error.
 bool copyFile(const QString &path, QIODevice *device)
 {
@@ -284,6 +292,7 @@ int catRows(const QString &database, const CatOptions &options, QTextStream &out
             << '\n';
         return Failure;
     }
+    flushData(out);
     if (!options.csv)
         err << tr("(rows %1 to %2 of %3)")
                         .arg(options.from)
@@ -368,6 +377,7 @@ int exportCsv(const QString &database, const QString &csvFile, QTextStream &out,
             return Failure;
         }
     }
+    flushData(out);
     const QString where
             = toStandardOutput ? tr("standard output") : QStringLiteral("'%1'").arg(shown(csvFile));
     if (tableCount > 1)
@@ -435,6 +445,7 @@ int walkMemoryTable(const QString &linesFile, TextSource::Encoding encoding, boo
             memory->doNext();
         } while (!memory->isEnd());
         printer.finish();
+        flushData(out);
         err << tr("(%n input line(s))", nullptr, memory->getTableRowsCount()) << '\n';
     }
     Database::MemoryDatabaseManager::destruct();

@@ -95,7 +95,10 @@ int Importer::run(const QString &source, const QString &target)
         const QString suffix = info.suffix().toLower();
         spreadsheet = suffix == QLatin1String("xlsx") || suffix == QLatin1String("xlsm");
     }
-    const QString sourceName = source == QLatin1String("-") ? tr("standard input") : source;
+    // The source as messages name it: a quoted path, or standard input.
+    const QString sourceName = source == QLatin1String("-")
+            ? tr("standard input")
+            : QStringLiteral("'%1'").arg(shown(source));
     if (spreadsheet && (m_options.separatorSet || m_options.encodingSet)) {
         m_err << tr("zqdb import: --separator and --encoding apply to text files, not to "
                     "spreadsheets.")
@@ -111,8 +114,8 @@ int Importer::run(const QString &source, const QString &target)
     if (!spreadsheet && m_options.encoding == TextSource::Utf8) {
         QString error;
         if (!utf8Copy.open() || !TextSource::writeUtf8Copy(sourcePath, utf8Copy.fileName(), &error))
-            return fail(tr("cannot prepare a UTF-8 copy of '%1' in '%2': %3.")
-                                .arg(shown(sourceName), shown(QDir::tempPath()),
+            return fail(tr("cannot prepare a UTF-8 copy of %1 in '%2': %3.")
+                                .arg(sourceName, shown(QDir::tempPath()),
                                      error.isEmpty() ? utf8Copy.errorString() : error));
         importPath = utf8Copy.fileName();
     }
@@ -179,7 +182,7 @@ int Importer::run(const QString &source, const QString &target)
     if (replacement)
         replacement->setAutoRemove(false);
 
-    m_err << tr("Imported '%1' into '%2', which now holds:").arg(shown(sourceName), shown(target))
+    m_err << tr("Imported %1 into '%2', which now holds:").arg(sourceName, shown(target))
           << '\n';
     for (const QString &line : DatabaseFile::describe(DatabaseFile::tables(target)))
         m_err << "  " << line << '\n';
@@ -242,9 +245,9 @@ bool Importer::checkTarget(const QString &target)
 void Importer::adviseOnText(const QString &path, const QString &shownName)
 {
     if (!m_options.encodingSet && TextSource::looksLikeUtf8(path))
-        m_err << tr("zqdb import: warning: '%1' looks like UTF-8 but is read as GB2312 (every "
+        m_err << tr("zqdb import: warning: %1 looks like UTF-8 but is read as GB2312 (every "
                     "line without a byte-order mark); add --encoding utf-8 to read it as UTF-8.")
-                         .arg(shown(shownName))
+                         .arg(shownName)
               << '\n';
     const QList<TextSource::HeadLine> head = TextSource::head(path, m_options.separator);
     for (const TextSource::HeadLine &line : head)
@@ -278,7 +281,7 @@ void Importer::adviseOnText(const QString &path, const QString &shownName)
 void Importer::explainFailure(const QString &log, const QString &source, const QString &sourcePath,
                               const QString &target)
 {
-    fail(tr("importing '%1' into '%2' failed:").arg(shown(source), shown(target)));
+    fail(tr("importing %1 into '%2' failed:").arg(source, shown(target)));
     const QStringList lines = log.split(QLatin1Char('\n'), Qt::SkipEmptyParts);
     for (const QString &line : lines)
         m_err << "  " << line << '\n';
