@@ -65,11 +65,26 @@ QList<DatabaseFile::Table> DatabaseFile::tables(const QString &path)
 
 QStringList DatabaseFile::describe(const QList<Table> &tables)
 {
+    // Runs of three or more tables with the same row count take one line.
     QStringList lines;
-    for (const Table &table : tables)
-        lines << QStringLiteral("%1  %2").arg(
-                table.name,
-                table.rows < 0 ? tr("unreadable") : tr("%n row(s)", nullptr, int(table.rows)));
+    qint64 total = 0;
+    for (int i = 0; i < tables.size();) {
+        int last = i;
+        while (last + 1 < tables.size() && tables.at(last + 1).rows == tables.at(i).rows)
+            ++last;
+        if (last - i < 2)
+            last = i;
+        const qint64 rows = tables.at(i).rows;
+        const QString count = rows < 0 ? tr("unreadable") : tr("%n row(s)", nullptr, int(rows));
+        if (last == i)
+            lines << QStringLiteral("%1  %2").arg(tables.at(i).name, count);
+        else
+            lines << tr("%1 to %2  %3 each").arg(tables.at(i).name, tables.at(last).name, count);
+        total += qMax<qint64>(rows, 0) * (last - i + 1);
+        i = last + 1;
+    }
+    if (tables.size() > 1)
+        lines << tr("%1 rows in %2 tables").arg(total).arg(tables.size());
     return lines;
 }
 

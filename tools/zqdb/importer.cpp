@@ -18,6 +18,7 @@
 #include <cerrno>
 #include <cstdio>
 #include <cstring>
+#include <sys/resource.h>
 
 namespace Zqdb {
 
@@ -170,7 +171,7 @@ int Importer::run(const QString &source, const QString &target)
         return Failure;
     }
     if (!ok) {
-        explainFailure(log, sourceName, importPath, target);
+        explainFailure(log, sourceName, importPath, replacement ? QString() : target);
         if (replacement)
             m_err << tr("'%1' was left as it was.").arg(shown(target)) << '\n';
         return Failure;
@@ -182,15 +183,16 @@ int Importer::run(const QString &source, const QString &target)
     if (replacement)
         replacement->setAutoRemove(false);
 
-    m_err << tr("Imported %1 into '%2', which now holds:").arg(sourceName, shown(target))
-          << '\n';
+    m_err << tr("Imported %1 into '%2', which now holds:").arg(sourceName, shown(target)) << '\n';
     for (const QString &line : DatabaseFile::describe(DatabaseFile::tables(target)))
         m_err << "  " << line << '\n';
     if (m_options.mode == InPlace) {
         const QStringList kept = keptTables(importPath, spreadsheet);
         if (!kept.isEmpty())
-            m_err << tr("zqdb import: kept from before, beyond the new tables: %1.")
-                             .arg(DatabaseFile::nameList(kept))
+            m_err << tr("zqdb import: note: %n table(s) from before stay beside the new rows and "
+                        "count as records of '%1': %2. --replace imports into a fresh file.",
+                        nullptr, kept.size())
+                             .arg(shown(target), DatabaseFile::nameList(kept))
                   << '\n';
     }
     return Success;
@@ -281,7 +283,7 @@ void Importer::adviseOnText(const QString &path, const QString &shownName)
 void Importer::explainFailure(const QString &log, const QString &source, const QString &sourcePath,
                               const QString &target)
 {
-    fail(tr("importing %1 into '%2' failed:").arg(source, shown(target)));
+    fail(tr("importing %1 failed:").arg(source));
     const QStringList lines = log.split(QLatin1Char('\n'), Qt::SkipEmptyParts);
     for (const QString &line : lines)
         m_err << "  " << line << '\n';
@@ -302,9 +304,20 @@ void Importer::explainFailure(const QString &log, const QString &source, const Q
                          .arg(shownSeparator(m_options.separator))
               << ' ' << counts.join(QLatin1String(", ")) << '.' << '\n';
     }
-    if (lines.isEmpty() || log.contains(QLatin1String("Row = "))) {
+    rlimit limit;
+    const bool writeFailed = log.contains(QLatin1String("I/O"), Qt::CaseInsensitive)
+            || log.contains(QLatin1String("full"), Qt::CaseInsensitive);
+    if (writeFailed && ::getrlimit(RLIMIT_FSIZE, &limit) == 0 && limit.rlim_cur != RLIM_INFINITY)
+        m_err << "  "
+              << tr("Files may not grow past %1 bytes here (ulimit -f).")
+                         .arg(quint64(limit.rlim_cur))
+              << '\n';
+    // Batches written before the failure stay: say what the file holds now.
+    const QList<DatabaseFile::Table> tables
+            = target.isEmpty() ? QList<DatabaseFile::Table>() : DatabaseFile::tables(target);
+    if (!tables.isEmpty()) {
         m_err << "  " << tr("'%1' now holds:").arg(shown(target)) << '\n';
-        for (const QString &line : DatabaseFile::describe(DatabaseFile::tables(target)))
+        for (const QString &line : DatabaseFile::describe(tables))
             m_err << "    " << line << '\n';
     }
 }

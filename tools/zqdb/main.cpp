@@ -10,6 +10,7 @@
 #include <QTextCodec>
 #include <QTextStream>
 
+#include <csignal>
 #include <cstdio>
 #include <limits>
 
@@ -118,6 +119,8 @@ bool parseCount(const QString &text, qint64 *value)
 int main(int argc, char *argv[])
 {
     QCoreApplication app(argc, argv);
+    // Past a file size limit a write should fail and be reported, not end the process.
+    std::signal(SIGXFSZ, SIG_IGN);
     QCoreApplication::setApplicationName(QStringLiteral("zqdb"));
     QCoreApplication::setApplicationVersion(QStringLiteral(ZQDB_VERSION));
 
