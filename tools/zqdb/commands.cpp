@@ -154,10 +154,14 @@ int listDatabases(QTextStream &out, QTextStream &err)
     const QStringList names = manager->names();
     if (names.isEmpty()) {
         const Core::Settings &settings = Core::Settings::instance();
-        err << tr("No databases matching '%1' in the system directory '%2' or the user "
-                  "directory '%3' (set them with --sys-dir and --user-dir).")
-                        .arg(settings.dbFileSuffixWithFilter(), shown(settings.dbSysDirPath()),
-                             shown(settings.dbUsrDirPath()))
+        const auto where = [](const QString &path) {
+            return QFileInfo(path).isDir() ? QStringLiteral("'%1'").arg(shown(path))
+                                           : tr("'%1' (no such directory)").arg(shown(path));
+        };
+        err << tr("No databases matching '%1' in the system directory %2 or the user directory "
+                  "%3 (set them with --sys-dir and --user-dir).")
+                        .arg(settings.dbFileSuffixWithFilter(), where(settings.dbSysDirPath()),
+                             where(settings.dbUsrDirPath()))
             << '\n';
         return Success;
     }
@@ -355,7 +359,7 @@ int exportCsv(const QString &database, const QString &csvFile, QTextStream &out,
                 [&bar](qint64 done, qint64 total) { return bar.update(done, total); });
         ok = Database::DatabaseExport::toCSV(path, target);
     }
-    if (ProgressBar::interrupted()) {
+    if (!ok && ProgressBar::interrupted()) {
         err << tr("zqdb export: cancelled.") << '\n';
         return Failure;
     }

@@ -161,7 +161,7 @@ int Importer::run(const QString &source, const QString &target)
             log = generator.getLog();
         }
     }
-    if (ProgressBar::interrupted()) {
+    if (!ok && ProgressBar::interrupted()) {
         if (replacement)
             return fail(tr("cancelled; '%1' was left as it was.").arg(shown(target)));
         fail(tr("cancelled; the batch being written was rolled back. '%1' now holds:")
@@ -183,6 +183,8 @@ int Importer::run(const QString &source, const QString &target)
     if (replacement)
         replacement->setAutoRemove(false);
 
+    if (ProgressBar::interrupted())
+        m_err << tr("zqdb import: Ctrl-C came too late to stop the import.") << '\n';
     m_err << tr("Imported %1 into '%2', which now holds:").arg(sourceName, shown(target)) << '\n';
     for (const QString &line : DatabaseFile::describe(DatabaseFile::tables(target)))
         m_err << "  " << line << '\n';

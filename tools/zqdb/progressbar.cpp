@@ -13,14 +13,17 @@ namespace {
 
 volatile std::sig_atomic_t interruptCount = 0;
 char removeOnExit[4096] = {0};
+char removeJournalOnExit[4096 + 8] = {0};
 
 extern "C" void onInterrupt(int)
 {
     if (++interruptCount < 2)
         return;
     // The operation did not stop at the first request: leave no half-written file behind.
-    if (removeOnExit[0])
+    if (removeOnExit[0]) {
         ::unlink(removeOnExit);
+        ::unlink(removeJournalOnExit);
+    }
     std::signal(SIGINT, SIG_DFL);
     std::raise(SIGINT);
 }
@@ -51,8 +54,12 @@ ProgressBar::~ProgressBar()
 void ProgressBar::installInterruptHandler(const char *removeOnSecondInterrupt)
 {
     removeOnExit[0] = 0;
-    if (removeOnSecondInterrupt)
+    if (removeOnSecondInterrupt) {
         std::strncpy(removeOnExit, removeOnSecondInterrupt, sizeof(removeOnExit) - 1);
+        // SQLite's rollback journal beside it goes too.
+        std::strcpy(removeJournalOnExit, removeOnExit);
+        std::strcat(removeJournalOnExit, "-journal");
+    }
     struct sigaction action;
     std::memset(&action, 0, sizeof(action));
     action.sa_handler = onInterrupt;

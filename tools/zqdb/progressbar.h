@@ -25,7 +25,8 @@ public:
     void clear();
 
     // The first Ctrl-C asks the running operation to stop; a second one ends the process.
-    // removeOnSecondInterrupt names a file to delete before that happens (or null).
+    // removeOnSecondInterrupt names a database file to delete, with its journal, before that
+    // happens (or null).
     static void installInterruptHandler(const char *removeOnSecondInterrupt = nullptr);
     static bool interrupted();
 
