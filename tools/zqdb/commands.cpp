@@ -418,7 +418,7 @@ int walkMemoryTable(const QString &linesFile, TextSource::Encoding encoding, boo
         err << tr("zqdb memory: warning: '%1' looks like UTF-8 but is read as GB2312 (every "
                   "line without a byte-order mark); add --encoding utf-8 to read it as UTF-8.")
                         .arg(shown(linesFile))
-            << '\n';
+            << Qt::endl; // before the rows it is about
 
     Database::MemoryDatabaseManager::init();
     Database::MemoryDatabaseManager *memory = Database::MemoryDatabaseManager::instance();

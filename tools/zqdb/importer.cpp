@@ -19,6 +19,7 @@
 #include <cstdio>
 #include <cstring>
 #include <sys/resource.h>
+#include <unistd.h>
 
 namespace Zqdb {
 
@@ -75,6 +76,11 @@ int Importer::run(const QString &source, const QString &target)
     QString sourcePath = source;
     bool spreadsheet = false;
     if (source == QLatin1String("-")) {
+        if (::isatty(STDIN_FILENO) == 1) {
+            m_err << tr("zqdb import: reading the lines to import from the terminal; end them "
+                        "with Ctrl-D.")
+                  << Qt::endl;
+        }
         QString error;
         if (!stdinCopy.open() || !copyStandardInput(stdinCopy, &error))
             return fail(tr("cannot keep standard input in '%1': %2.")
