@@ -70,38 +70,19 @@ int Importer::fail(const QString &message)
     return Failure;
 }
 
+bool Importer::refuse(const QString &message)
+{
+    fail(message);
+    return false;
+}
+
 int Importer::run(const QString &source, const QString &target)
 {
     QTemporaryFile stdinCopy(QDir::tempPath() + QLatin1String("/zqdb-stdin-XXXXXX"));
-    QString sourcePath = source;
+    QString sourcePath;
     bool spreadsheet = false;
-    if (source == QLatin1String("-")) {
-        if (::isatty(STDIN_FILENO) == 1) {
-            m_err << tr("zqdb import: reading the lines to import from the terminal; end them "
-                        "with Ctrl-D.")
-                  << Qt::endl;
-        }
-        QString error;
-        if (!stdinCopy.open() || !copyStandardInput(stdinCopy, &error))
-            return fail(tr("cannot keep standard input in '%1': %2.")
-                                .arg(shown(stdinCopy.fileName()),
-                                     error.isEmpty() ? stdinCopy.errorString() : error));
-        sourcePath = stdinCopy.fileName();
-        stdinCopy.seek(0);
-        spreadsheet = stdinCopy.read(4) == ZipMagic;
-    } else {
-        const QFileInfo info(source);
-        QFile probe(source);
-        if (!info.exists())
-            return fail(tr("cannot read '%1': no such file.").arg(shown(source)));
-        if (info.isDir())
-            return fail(tr("'%1' is a directory; give the text file or spreadsheet to import.")
-                                .arg(shown(source)));
-        if (!probe.open(QIODevice::ReadOnly))
-            return fail(tr("cannot read '%1': %2.").arg(shown(source), probe.errorString()));
-        const QString suffix = info.suffix().toLower();
-        spreadsheet = suffix == QLatin1String("xlsx") || suffix == QLatin1String("xlsm");
-    }
+    if (!openSource(source, stdinCopy, &sourcePath, &spreadsheet))
+        return Failure;
     // The source as messages name it: a quoted path, or standard input.
     const QString sourceName = source == QLatin1String("-")
             ? tr("standard input")
@@ -109,7 +90,8 @@ int Importer::run(const QString &source, const QString &target)
     if (spreadsheet && (m_options.separatorSet || m_options.encodingSet)) {
         m_err << tr("zqdb import: --separator and --encoding apply to text files, not to "
                     "spreadsheets.")
-              << '\n';
+              << '\n'
+              << tr("Try 'zqdb import --help'.") << '\n';
         return Usage;
     }
     if (!checkTarget(target))
@@ -204,6 +186,40 @@ int Importer::run(const QString &source, const QString &target)
                   << '\n';
     }
     return Success;
+}
+
+bool Importer::openSource(const QString &source, QTemporaryFile &stdinCopy, QString *path,
+                          bool *spreadsheet)
+{
+    *path = source;
+    if (source == QLatin1String("-")) {
+        if (::isatty(STDIN_FILENO) == 1) {
+            m_err << tr("zqdb import: reading the lines to import from the terminal; end them "
+                        "with Ctrl-D.")
+                  << Qt::endl;
+        }
+        QString error;
+        if (!stdinCopy.open() || !copyStandardInput(stdinCopy, &error))
+            return refuse(tr("cannot keep standard input in '%1': %2.")
+                                  .arg(shown(stdinCopy.fileName()),
+                                       error.isEmpty() ? stdinCopy.errorString() : error));
+        *path = stdinCopy.fileName();
+        stdinCopy.seek(0);
+        *spreadsheet = stdinCopy.read(4) == ZipMagic;
+    } else {
+        const QFileInfo info(source);
+        QFile probe(source);
+        if (!info.exists())
+            return refuse(tr("cannot read '%1': no such file.").arg(shown(source)));
+        if (info.isDir())
+            return refuse(tr("'%1' is a directory; give the text file or spreadsheet to import.")
+                                  .arg(shown(source)));
+        if (!probe.open(QIODevice::ReadOnly))
+            return refuse(tr("cannot read '%1': %2.").arg(shown(source), probe.errorString()));
+        const QString suffix = info.suffix().toLower();
+        *spreadsheet = suffix == QLatin1String("xlsx") || suffix == QLatin1String("xlsm");
+    }
+    return true;
 }
 
 bool Importer::checkTarget(const QString &target)

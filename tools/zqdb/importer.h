@@ -6,6 +6,7 @@
 #include <QString>
 #include <QStringList>
 
+class QTemporaryFile;
 class QTextStream;
 
 namespace Zqdb {
@@ -32,7 +33,11 @@ public:
     int run(const QString &source, const QString &target);
 
 private:
-    int fail(const QString &message);
+    int fail(const QString &message);    // reports, returns Failure
+    bool refuse(const QString &message); // reports, returns false
+    // The file to import (standard input is copied to stdinCopy first); false once reported.
+    bool openSource(const QString &source, QTemporaryFile &stdinCopy, QString *path,
+                    bool *spreadsheet);
     bool checkTarget(const QString &target);
     void adviseOnText(const QString &path, const QString &shownName);
     void explainFailure(const QString &log, const QString &source, const QString &sourcePath,
