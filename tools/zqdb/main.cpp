@@ -169,9 +169,10 @@ int main(int argc, char *argv[])
     // First pass: find the command; everything after it is left for the second pass.
     QCommandLineParser parser;
     parser.setApplicationDescription(tr("Lists, reads, imports and exports zqdatabase databases."));
-    const QCommandLineOption help = parser.addHelpOption();
-    // zqdb has no Qt-specific options, so --help-all shows the same help.
-    const QString helpAll = QStringLiteral("help-all");
+    // Not addHelpOption(): its --help-all would promise Qt-specific options zqdb does not have.
+    const QCommandLineOption help({QStringLiteral("h"), QStringLiteral("help")},
+                                  tr("Displays this help."));
+    parser.addOption(help);
     const QCommandLineOption version = parser.addVersionOption();
     parser.addOptions({sysDir, userDir, filter, verbose});
     parser.addPositionalArgument(QStringLiteral("command"), tr("One of the commands below."),
@@ -187,7 +188,7 @@ int main(int argc, char *argv[])
         return Zqdb::Success;
     }
     if (firstPass.isEmpty()) {
-        if (parser.isSet(help) || parser.isSet(helpAll)) {
+        if (parser.isSet(help)) {
             out << generalHelp(parser);
             return Zqdb::Success;
         }
@@ -205,7 +206,7 @@ int main(int argc, char *argv[])
     const QString name = QLatin1String(command->name);
     QCommandLineParser commandParser;
     commandParser.setApplicationDescription(tr(command->description));
-    commandParser.addHelpOption();
+    commandParser.addOption(help);
     commandParser.addOptions({sysDir, userDir, filter, verbose});
     if (name == QLatin1String("cat"))
         commandParser.addOptions({from, count, columns, csv});
@@ -228,7 +229,7 @@ int main(int argc, char *argv[])
         err << "zqdb " << name << ": " << commandParser.errorText() << '\n' << tryHelp << '\n';
         return Zqdb::Usage;
     }
-    if (commandParser.isSet(QStringLiteral("help")) || commandParser.isSet(helpAll)) {
+    if (commandParser.isSet(help)) {
         out << commandParser.helpText();
         return Zqdb::Success;
     }
