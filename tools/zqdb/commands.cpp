@@ -250,9 +250,11 @@ int catRows(const QString &database, const CatOptions &options, QTextStream &out
     QFile file(options.output);
     QIODevice *device = out.device();
     if (options.output != QLatin1String("-")) {
-        if (!file.open(QIODevice::WriteOnly | QIODevice::Truncate)) {
-            err << tr("zqdb cat: cannot write '%1': %2.")
-                            .arg(shown(options.output), file.errorString())
+        QString problem = DatabaseFile::writeProblem(options.output, false);
+        if (problem.isEmpty() && !file.open(QIODevice::WriteOnly | QIODevice::Truncate))
+            problem = file.errorString();
+        if (!problem.isEmpty()) {
+            err << tr("zqdb cat: cannot write '%1': %2.").arg(shown(options.output), problem)
                 << '\n';
             return Failure;
         }
