@@ -29,6 +29,10 @@ echo "examples/cities.csv is GB2312 text; examples/products.xlsx a spreadsheet."
 
 zqdb import examples/cities.csv "$tour/system/cities.db"
 zqdb import examples/products.xlsx "$tour/user/products.db"
+echo
+echo "== A database that holds tables is only replaced on request (exit 1 otherwise)."
+zqdb import examples/cities.csv "$tour/system/cities.db" || true
+zqdb import examples/cities.csv "$tour/system/cities.db" --replace
 zqdb list
 zqdb info cities
 zqdb cat cities --count 3
@@ -38,6 +42,14 @@ zqdb export cities "$tour/cities.csv"
 echo
 echo "\$ iconv -f GBK -t UTF-8 $tour/cities.csv   # the export is GBK; shown here decoded"
 iconv -f GBK -t UTF-8 "$tour/cities.csv"
+echo
+echo "== - is standard input or output; data goes to standard output, messages to standard error."
+echo
+echo "\$ head -3 examples/cities.csv | zqdb import - $tour/three.db"
+head -3 examples/cities.csv | "$zqdb_bin" import - "$tour/three.db"
+echo
+echo "\$ zqdb export $tour/three.db - 2>/dev/null | iconv -f GBK -t UTF-8"
+"$zqdb_bin" export "$tour/three.db" - 2>/dev/null | iconv -f GBK -t UTF-8
 zqdb memory examples/tasks.txt
 echo
 echo "== Done. Run 'build/tools/zqdb/zqdb --help' for every command."

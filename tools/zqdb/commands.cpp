@@ -1,19 +1,22 @@
 #include "commands.h"
+#include "databasefile.h"
+#include "progressbar.h"
+#include "rowprinter.h"
+#include "rowstream.h"
+#include "translate.h"
 
+#include <core/settings.h>
 #include <database/databaseexport.h>
-#include <database/databasegenerator.h>
 #include <database/databasehandler.h>
 #include <database/databasehandlerfactory.h>
 #include <database/databasemanager.h>
 #include <database/memorydatabasemanager.h>
-#include <database/xlsxtodbgenerator.h>
+#include <database/progressscope.h>
 
-#include <QCoreApplication>
-#include <QDir>
 #include <QFile>
 #include <QFileInfo>
 #include <QSqlDatabase>
-#include <QSqlQuery>
+#include <QTemporaryFile>
 #include <QTextStream>
 
 // zqdb is a host application: it gives the library's reader identity a body.
@@ -26,14 +29,6 @@ class DatabaseObject
 namespace Zqdb {
 
 namespace {
-
-constexpr int RowsPerTable = 50000;
-const QString SummaryConnection = QStringLiteral("zqdb-summary");
-
-QString tr(const char *text, const char *disambiguation = nullptr, int n = -1)
-{
-    return QCoreApplication::translate("zqdb", text, disambiguation, n);
-}
 
 // Starts the catalogue and the handler factory for the lifetime of one command.
 class Session
@@ -85,25 +80,17 @@ private:
 
 QString unknownDatabase(const QString &command, const QString &nameOrPath)
 {
+    if (QFileInfo(nameOrPath).isDir())
+        return tr("zqdb %1: '%2' is a directory, not a database file.")
+                .arg(command, shown(nameOrPath));
     return tr("zqdb %1: no database named '%2' in the catalogue, and no such file. "
               "Run 'zqdb list' to see the catalogue.")
             .arg(command, nameOrPath);
 }
 
-// SQLite opens any file lazily, so a file that is not a database must be recognised here.
-bool looksLikeSqlite(const QString &path)
-{
-    QFile file(path);
-    if (!file.open(QIODevice::ReadOnly))
-        return false;
-    const QByteArray header = file.read(16);
-    return header.isEmpty() || header == QByteArray("SQLite format 3", 16);
-}
-
 QString notADatabase(const QString &command, const QString &path)
 {
-    return tr("zqdb %1: '%2' is not an SQLite database.")
-            .arg(command, QDir::toNativeSeparators(path));
+    return tr("zqdb %1: '%2' is not an SQLite database.").arg(command, shown(path));
 }
 
 QStringList userTables(Database::DatabaseHandler *handler)
@@ -113,115 +100,79 @@ QStringList userTables(Database::DatabaseHandler *handler)
     return tables;
 }
 
-// Terminal cells a text takes: East Asian wide and full-width characters take two.
-int displayWidth(const QString &text)
+// Resolves a name or path to an open handler, or says why not. Returns the catalogue name.
+QString openDatabase(Session &session, const QString &command, const QString &database,
+                     Database::DatabaseHandler **handler, QTextStream &err)
 {
-    int width = 0;
-    for (const uint code : text.toUcs4()) {
-        const bool wide = (code >= 0x1100 && code <= 0x115f) || (code >= 0x2e80 && code <= 0xa4cf)
-                || (code >= 0xac00 && code <= 0xd7a3) || (code >= 0xf900 && code <= 0xfaff)
-                || (code >= 0xfe30 && code <= 0xfe4f) || (code >= 0xff00 && code <= 0xff60)
-                || (code >= 0xffe0 && code <= 0xffe6) || (code >= 0x20000 && code <= 0x3fffd);
-        width += wide ? 2 : 1;
+    const QString name = session.resolve(database);
+    if (name.isEmpty()) {
+        err << unknownDatabase(command, database) << '\n';
+        return QString();
     }
-    return width;
-}
-
-// Prints rows as columns padded to their widest cell.
-void printAligned(QTextStream &out, const QStringList &header, const QList<QStringList> &rows)
-{
-    QVector<int> widths(header.size());
-    for (int c = 0; c < header.size(); ++c)
-        widths[c] = displayWidth(header.at(c));
-    for (const QStringList &row : rows)
-        for (int c = 0; c < row.size() && c < widths.size(); ++c)
-            widths[c] = qMax(widths[c], displayWidth(row.at(c)));
-    auto printRow = [&](const QStringList &row) {
-        QString line;
-        for (int c = 0; c < row.size(); ++c) {
-            if (c > 0)
-                line += QLatin1String("  ");
-            line += row.at(c);
-            if (c + 1 < row.size())
-                line += QString(widths[c] - displayWidth(row.at(c)), QLatin1Char(' '));
-        }
-        out << line << '\n';
-    };
-    printRow(header);
-    QStringList rule;
-    for (int width : widths)
-        rule << QString(width, QLatin1Char('-'));
-    printRow(rule);
-    for (const QStringList &row : rows)
-        printRow(row);
-}
-
-QString csvField(const QString &value)
-{
-    if (!value.contains(QLatin1Char(',')) && !value.contains(QLatin1Char('"'))
-        && !value.contains(QLatin1Char('\n')) && !value.contains(QLatin1Char('\r')))
-        return value;
-    QString quoted = value;
-    quoted.replace(QLatin1String("\""), QLatin1String("\"\""));
-    return QLatin1Char('"') + quoted + QLatin1Char('"');
-}
-
-void printCsv(QTextStream &out, const QStringList &header, const QList<QStringList> &rows)
-{
-    auto printRow = [&](const QStringList &row) {
-        QStringList fields;
-        for (const QString &value : row)
-            fields << csvField(value);
-        out << fields.join(QLatin1Char(',')) << '\n';
-    };
-    printRow(header);
-    for (const QStringList &row : rows)
-        printRow(row);
-}
-
-// The tables of a database file with their row counts, read through a connection of our own.
-QStringList describeTables(const QString &databaseFile)
-{
-    QStringList lines;
-    {
-        QSqlDatabase db = QSqlDatabase::addDatabase(QStringLiteral("QSQLITE"), SummaryConnection);
-        db.setDatabaseName(databaseFile);
-        if (db.open()) {
-            QStringList tables = db.tables(QSql::Tables);
-            tables.removeAll(QStringLiteral("sqlite_sequence"));
-            for (const QString &table : qAsConst(tables)) {
-                QSqlQuery query(db);
-                const bool ok = query.exec(QStringLiteral("SELECT COUNT(*) FROM \"%1\"").arg(table))
-                        && query.next();
-                lines << QStringLiteral("%1  %2").arg(
-                        table,
-                        ok ? tr("%n row(s)", nullptr, query.value(0).toInt()) : tr("unreadable"));
-            }
-            db.close();
-        }
+    const QString path = session.catalogue()->path(name);
+    if (!DatabaseFile::looksLikeSqlite(path)) {
+        err << notADatabase(command, path) << '\n';
+        return QString();
     }
-    QSqlDatabase::removeDatabase(SummaryConnection);
-    return lines;
+    *handler = session.open(name);
+    if (!*handler || !(*handler)->isDatabaseOpen()) {
+        err << tr("zqdb %1: cannot open '%2' as an SQLite database.").arg(command, shown(path))
+            << '\n';
+        return QString();
+    }
+    return name;
+}
+
+// Puts what was written as data out before a status line follows on standard error.
+void flushData(QTextStream &out)
+{
+    out.flush();
+    if (auto *file = qobject_cast<QFileDevice *>(out.device()))
+        file->flush();
+}
+
+// Sends a file's bytes to a device; false on a write error.
+bool copyFile(const QString &path, QIODevice *device)
+{
+    QFile file(path);
+    if (!file.open(QIODevice::ReadOnly))
+        return false;
+    while (!file.atEnd()) {
+        const QByteArray chunk = file.read(1 << 20);
+        if (device->write(chunk) != chunk.size())
+            return false;
+    }
+    return true;
 }
 
 } // namespace
 
-int listDatabases(QTextStream &out, QTextStream &)
+int listDatabases(QTextStream &out, QTextStream &err)
 {
     Session session;
     Database::DatabaseManager *manager = session.catalogue();
     const QStringList names = manager->names();
     if (names.isEmpty()) {
-        out << tr("No databases found in the system or user directory.") << '\n';
+        const Core::Settings &settings = Core::Settings::instance();
+        const auto where = [](const QString &path) {
+            return QFileInfo(path).isDir() ? QStringLiteral("'%1'").arg(shown(path))
+                                           : tr("'%1' (no such directory)").arg(shown(path));
+        };
+        err << tr("No databases matching '%1' in the system directory %2 or the user directory "
+                  "%3 (set them with --sys-dir and --user-dir).")
+                        .arg(settings.dbFileSuffixWithFilter(), where(settings.dbSysDirPath()),
+                             where(settings.dbUsrDirPath()))
+            << '\n';
         return Success;
     }
     int width = 0;
     for (const QString &name : names)
-        width = qMax(width, name.size());
+        width = qMax(width, RowPrinter::displayWidth(name));
     for (const QString &name : names) {
         const char marker = name == manager->getDefaultDbName() ? '*' : ' ';
-        out << marker << ' ' << name.leftJustified(width) << "  "
-            << QDir::toNativeSeparators(manager->path(name)) << '\n';
+        out << marker << ' ' << name
+            << QString(width - RowPrinter::displayWidth(name), QLatin1Char(' ')) << "  "
+            << shown(manager->path(name)) << '\n';
     }
     return Success;
 }
@@ -230,46 +181,39 @@ int showInfo(const QString &database, QTextStream &out, QTextStream &err)
 {
     Session session;
     const QString name = session.resolve(database);
-    if (name.isEmpty()) {
-        err << unknownDatabase(QStringLiteral("info"), database) << '\n';
-        return Failure;
-    }
-    const QString path = session.catalogue()->path(name);
-    if (!looksLikeSqlite(path)) {
-        err << notADatabase(QStringLiteral("info"), path) << '\n';
-        return Failure;
-    }
+    const QString path = name.isEmpty() ? QString() : session.catalogue()->path(name);
     // The handler takes field types from the application's default connection.
-    QSqlDatabase defaultConnection = QSqlDatabase::addDatabase(QStringLiteral("QSQLITE"));
-    defaultConnection.setDatabaseName(path);
-    defaultConnection.open();
-
-    Database::DatabaseHandler *handler = session.open(name);
-    if (!handler || !handler->isDatabaseOpen()) {
-        err << tr("zqdb info: cannot open '%1' as an SQLite database.")
-                        .arg(QDir::toNativeSeparators(path))
-            << '\n';
-        return Failure;
+    if (!path.isEmpty() && DatabaseFile::looksLikeSqlite(path)) {
+        QSqlDatabase defaultConnection = QSqlDatabase::addDatabase(QStringLiteral("QSQLITE"));
+        defaultConnection.setDatabaseName(path);
+        defaultConnection.open();
     }
+    Database::DatabaseHandler *handler = nullptr;
+    if (openDatabase(session, QStringLiteral("info"), database, &handler, err).isEmpty())
+        return Failure;
     const QStringList tables = userTables(handler);
     out << tr("Database:") << ' ' << name << '\n';
-    out << tr("File:") << "     " << QDir::toNativeSeparators(path) << '\n';
+    out << tr("File:") << "     " << shown(path) << '\n';
     out << tr("Tables:") << "   "
         << (tables.isEmpty() ? tr("none") : tables.join(QLatin1String(", "))) << '\n';
     out << tr("Records:") << "  " << handler->getTableRecordCount() << '\n';
     const QStringList fields = handler->getFieldNames();
     const QList<QVariant::Type> types = handler->getFieldTypes();
     if (!fields.isEmpty()) {
+        QStringList declared = DatabaseFile::declaredTypes(path, handler->tableName());
+        if (declared.size() == fields.size() + 1) // the hidden "id" column
+            declared.removeFirst();
         out << tr("Fields of %1:").arg(handler->tableName()) << '\n';
-        QList<QStringList> rows;
+        out.flush();
+        RowPrinter printer(out.device(), RowPrinter::Aligned,
+                           {tr("#"), tr("field"), tr("SQL type"), tr("Qt type")});
         for (int i = 0; i < fields.size(); ++i) {
             const QVariant::Type type = types.value(i, QVariant::Invalid);
-            rows << QStringList{QString::number(i + 1), fields.at(i),
-                                type == QVariant::Invalid
-                                        ? tr("unknown")
-                                        : QLatin1String(QVariant::typeToName(type))};
+            printer.addRow(QStringList{QString::number(i + 1), fields.at(i), declared.value(i),
+                                       type == QVariant::Invalid
+                                               ? tr("unknown")
+                                               : QLatin1String(QVariant::typeToName(type))});
         }
-        printAligned(out, {tr("#"), tr("field"), tr("type")}, rows);
     }
     return Success;
 }
@@ -277,28 +221,15 @@ int showInfo(const QString &database, QTextStream &out, QTextStream &err)
 int catRows(const QString &database, const CatOptions &options, QTextStream &out, QTextStream &err)
 {
     Session session;
-    const QString name = session.resolve(database);
-    if (name.isEmpty()) {
-        err << unknownDatabase(QStringLiteral("cat"), database) << '\n';
+    Database::DatabaseHandler *handler = nullptr;
+    const QString name = openDatabase(session, QStringLiteral("cat"), database, &handler, err);
+    if (name.isEmpty())
         return Failure;
-    }
-    if (!looksLikeSqlite(session.catalogue()->path(name))) {
-        err << notADatabase(QStringLiteral("cat"), session.catalogue()->path(name)) << '\n';
-        return Failure;
-    }
-    Database::DatabaseHandler *handler = session.open(name);
-    if (!handler || !handler->isDatabaseOpen()) {
-        err << tr("zqdb cat: cannot open '%1' as an SQLite database.")
-                        .arg(session.catalogue()->path(name))
-            << '\n';
-        return Failure;
-    }
     const QStringList fields = handler->getFieldNames();
     if (fields.isEmpty()) {
         err << tr("zqdb cat: '%1' has no table to read.").arg(name) << '\n';
         return Failure;
     }
-
     QList<int> selected;
     for (const QString &column : options.columns) {
         bool isNumber = false;
@@ -316,72 +247,64 @@ int catRows(const QString &database, const CatOptions &options, QTextStream &out
         for (int i = 0; i < fields.size(); ++i)
             selected << i;
 
+    QFile file(options.output);
+    QIODevice *device = out.device();
+    if (options.output != QLatin1String("-")) {
+        QString problem = DatabaseFile::writeProblem(options.output, false);
+        if (problem.isEmpty() && !file.open(QIODevice::WriteOnly | QIODevice::Truncate))
+            problem = file.errorString();
+        if (!problem.isEmpty()) {
+            err << tr("zqdb cat: cannot write '%1': %2.").arg(shown(options.output), problem)
+                << '\n';
+            return Failure;
+        }
+        device = &file;
+    }
+    out.flush();
+
     QStringList header;
     for (int index : qAsConst(selected))
         header << fields.at(index);
-    const qint64 total = handler->getTableRecordCount();
-    const qint64 end = qMin<qint64>(total, qint64(options.from) + options.count);
-    QList<QStringList> rows;
-    for (qint64 row = options.from; row < end; ++row) {
-        QStringList cells;
-        if (!options.csv)
-            cells << QString::number(row);
-        for (int index : qAsConst(selected))
-            cells << handler->recordValue(int(row), index, RowsPerTable).toString();
-        rows << cells;
-    }
-    if (options.csv) {
-        printCsv(out, header, rows);
-    } else {
+    if (!options.csv)
         header.prepend(tr("row"));
-        printAligned(out, header, rows);
-        out << tr("(rows %1 to %2 of %3)")
+    const qint64 total = handler->getTableRecordCount();
+    const qint64 end = qMin<qint64>(total, options.from + options.count);
+    RowStream stream(session.catalogue()->path(name), userTables(handler), fields);
+    if (!stream.isOpen()) {
+        err << tr("zqdb cat: cannot read '%1': %2.")
+                        .arg(shown(session.catalogue()->path(name)), stream.errorString())
+            << '\n';
+        return Failure;
+    }
+    RowPrinter printer(device, options.csv ? RowPrinter::Csv : RowPrinter::Aligned, header);
+    QVector<QString> line;
+    stream.read(options.from, end, selected, [&](qint64 row, const RowStream::Cell *cells) {
+        if (options.csv) {
+            printer.addRow(cells, selected.size());
+            return true;
+        }
+        line.resize(0);
+        line << QString::number(row);
+        for (int c = 0; c < selected.size(); ++c)
+            line << QString::fromUtf8(cells[c].data, cells[c].size);
+        printer.addRow(line);
+        return true;
+    });
+    if (!printer.finish()) {
+        err << tr("zqdb cat: cannot write '%1': %2.")
+                        .arg(options.output == QLatin1String("-") ? tr("standard output")
+                                                                  : shown(options.output),
+                             device->errorString())
+            << '\n';
+        return Failure;
+    }
+    flushData(out);
+    if (!options.csv)
+        err << tr("(rows %1 to %2 of %3)")
                         .arg(options.from)
                         .arg(qMax<qint64>(options.from, end) - 1)
                         .arg(total)
             << '\n';
-    }
-    return Success;
-}
-
-int importFile(const QString &source, const QString &databaseFile, const QString &separator,
-               bool separatorSet, QTextStream &out, QTextStream &err)
-{
-    const QFileInfo sourceInfo(source);
-    if (!sourceInfo.isFile()) {
-        err << tr("zqdb import: cannot read '%1': no such file.").arg(source) << '\n';
-        return Failure;
-    }
-    const QString suffix = sourceInfo.suffix().toLower();
-    const bool spreadsheet = suffix == QLatin1String("xlsx") || suffix == QLatin1String("xlsm");
-    if (spreadsheet && separatorSet) {
-        err << tr("zqdb import: --separator applies to text files, not to spreadsheets.") << '\n';
-        return Usage;
-    }
-
-    bool ok = false;
-    QString log;
-    if (spreadsheet) {
-        Database::XlsxToDBGenerator generator;
-        ok = generator.importOriginalFile(source, databaseFile);
-        log = generator.getLog();
-    } else {
-        Database::DatabaseGenerator generator;
-        if (separatorSet)
-            generator.setSeparator(separator);
-        ok = generator.importOriginalFile(source, databaseFile);
-        log = generator.getLog();
-    }
-    if (!ok) {
-        err << tr("zqdb import: importing '%1' into '%2' failed:").arg(source, databaseFile)
-            << '\n';
-        for (const QString &line : log.split(QLatin1Char('\n'), Qt::SkipEmptyParts))
-            err << "  " << line << '\n';
-        return Failure;
-    }
-    out << tr("Imported '%1' into '%2', which now holds:").arg(source, databaseFile) << '\n';
-    for (const QString &line : describeTables(databaseFile))
-        out << "  " << line << '\n';
     return Success;
 }
 
@@ -399,40 +322,105 @@ int exportCsv(const QString &database, const QString &csvFile, QTextStream &out,
         }
         path = session.catalogue()->path(name);
     }
-    if (!Database::DatabaseExport::toCSV(path, csvFile)) {
-        const QFileInfo target(csvFile);
-        if (!looksLikeSqlite(path))
-            err << notADatabase(QStringLiteral("export"), path) << '\n';
-        else if (!QFileInfo(target.absolutePath()).isDir()
-                 || (target.exists() && !target.isWritable()))
-            err << tr("zqdb export: cannot write '%1'.").arg(csvFile) << '\n';
-        else
-            err << tr("zqdb export: '%1' has no table to export, or is not an SQLite database.")
-                            .arg(path)
-                << '\n';
+    if (!DatabaseFile::looksLikeSqlite(path)) {
+        err << notADatabase(QStringLiteral("export"), path) << '\n';
         return Failure;
     }
-    QFile written(csvFile);
-    qint64 lines = 0;
-    if (written.open(QIODevice::ReadOnly)) {
-        while (!written.atEnd())
-            lines += written.read(1 << 20).count('\n');
+    int tableCount = 0;
+    qint64 rows = 0;
+    const QString table = DatabaseFile::exportedTable(path, &tableCount, &rows);
+    if (table.isEmpty()) {
+        err << tr("zqdb export: '%1' holds no table to export.").arg(shown(path)) << '\n';
+        return Failure;
     }
-    out << tr("Exported %n row(s) of '%1' to '%2' (GBK).", nullptr, int(lines)).arg(path, csvFile)
-        << '\n';
+    // Standard output gets the file once it is complete.
+    const bool toStandardOutput = csvFile == QLatin1String("-");
+    QTemporaryFile pipeCopy(QDir::tempPath() + QLatin1String("/zqdb-export-XXXXXX"));
+    QString target = csvFile;
+    if (toStandardOutput) {
+        if (!pipeCopy.open()) {
+            err << tr("zqdb export: cannot write '%1': %2.")
+                            .arg(shown(pipeCopy.fileName()), pipeCopy.errorString())
+                << '\n';
+            return Failure;
+        }
+        target = pipeCopy.fileName();
+    } else {
+        const QString problem = DatabaseFile::writeProblem(csvFile, false);
+        if (!problem.isEmpty()) {
+            err << tr("zqdb export: cannot write '%1': %2.").arg(shown(csvFile), problem) << '\n';
+            return Failure;
+        }
+    }
+    err.flush();
+    ProgressBar::installInterruptHandler();
+    bool ok = false;
+    {
+        ProgressBar bar(tr("exporting"), ProgressBar::Rows);
+        const Database::ProgressScope scope(
+                [&bar](qint64 done, qint64 total) { return bar.update(done, total); });
+        ok = Database::DatabaseExport::toCSV(path, target);
+    }
+    if (!ok && ProgressBar::interrupted()) {
+        err << tr("zqdb export: cancelled.") << '\n';
+        return Failure;
+    }
+    if (!ok) {
+        QFile probe(target);
+        err << tr("zqdb export: exporting '%1' to '%2' failed: %3.")
+                        .arg(shown(path), shown(csvFile),
+                             probe.open(QIODevice::Append) ? tr("the database could not be read")
+                                                           : probe.errorString())
+            << '\n';
+        return Failure;
+    }
+    if (toStandardOutput) {
+        out.flush();
+        if (!copyFile(target, out.device())) {
+            err << tr("zqdb export: cannot write to standard output: %1.")
+                            .arg(out.device()->errorString())
+                << '\n';
+            return Failure;
+        }
+    }
+    flushData(out);
+    const QString where
+            = toStandardOutput ? tr("standard output") : QStringLiteral("'%1'").arg(shown(csvFile));
+    if (tableCount > 1)
+        err << tr("Exported %n row(s) of %1, the first of %2 tables (export writes only the "
+                  "first), "
+                  "to %3 (GBK).",
+                  nullptr, int(rows))
+                        .arg(table)
+                        .arg(tableCount)
+                        .arg(where)
+            << '\n';
+    else
+        err << tr("Exported %n row(s) of %1 to %2 (GBK).", nullptr, int(rows)).arg(table, where)
+            << '\n';
     return Success;
 }
 
-int walkMemoryTable(const QString &linesFile, QTextStream &out, QTextStream &err)
+int walkMemoryTable(const QString &linesFile, TextSource::Encoding encoding, bool encodingSet,
+                    QTextStream &out, QTextStream &err)
 {
-    QFile file(linesFile);
-    if (!file.open(QIODevice::ReadOnly | QIODevice::Text)) {
-        err << tr("zqdb memory: cannot read '%1': %2.").arg(linesFile, file.errorString()) << '\n';
+    const QFileInfo info(linesFile);
+    if (info.isDir()) {
+        err << tr("zqdb memory: '%1' is a directory, not a file of lines.").arg(shown(linesFile))
+            << '\n';
         return Failure;
     }
-    QStringList lines = QString::fromUtf8(file.readAll()).split(QLatin1Char('\n'));
-    if (!lines.isEmpty() && lines.last().isEmpty())
-        lines.removeLast();
+    QString error;
+    const QStringList lines = TextSource::readLines(linesFile, encoding, &error);
+    if (!error.isEmpty()) {
+        err << tr("zqdb memory: cannot read '%1': %2.").arg(shown(linesFile), error) << '\n';
+        return Failure;
+    }
+    if (!encodingSet && TextSource::looksLikeUtf8(linesFile))
+        err << tr("zqdb memory: warning: '%1' looks like UTF-8 but is read as GB2312 (every "
+                  "line without a byte-order mark); add --encoding utf-8 to read it as UTF-8.")
+                        .arg(shown(linesFile))
+            << Qt::endl; // before the rows it is about
 
     Database::MemoryDatabaseManager::init();
     Database::MemoryDatabaseManager *memory = Database::MemoryDatabaseManager::instance();
@@ -450,7 +438,8 @@ int walkMemoryTable(const QString &linesFile, QTextStream &out, QTextStream &err
         QStringList header{tr("row")};
         for (int c = 1; c <= columns; ++c)
             header << QStringLiteral("column%1").arg(c);
-        QList<QStringList> rows;
+        out.flush();
+        RowPrinter printer(out.device(), RowPrinter::Aligned, header);
         // Read, step, test: visits every row once and stops after the last.
         memory->doReset();
         int row = 0;
@@ -458,11 +447,12 @@ int walkMemoryTable(const QString &linesFile, QTextStream &out, QTextStream &err
             QStringList cells{QString::number(row++)};
             for (int c = 1; c <= columns; ++c)
                 cells << memory->recordValue(c).toString();
-            rows << cells;
+            printer.addRow(cells);
             memory->doNext();
         } while (!memory->isEnd());
-        printAligned(out, header, rows);
-        out << tr("(%n input line(s))", nullptr, memory->getTableRowsCount()) << '\n';
+        printer.finish();
+        flushData(out);
+        err << tr("(%n input line(s))", nullptr, memory->getTableRowsCount()) << '\n';
     }
     Database::MemoryDatabaseManager::destruct();
     return result;

@@ -1,6 +1,8 @@
 #ifndef ZQDB_COMMANDS_H
 #define ZQDB_COMMANDS_H
 
+#include "textsource.h"
+
 #include <QString>
 #include <QStringList>
 
@@ -12,20 +14,21 @@ enum ExitCode { Success = 0, Failure = 1, Usage = 2 };
 
 struct CatOptions
 {
-    int from = 0;
-    int count = 20;
+    qint64 from = 0;
+    qint64 count = 20;
     QStringList columns;
     bool csv = false;
+    QString output = QStringLiteral("-"); // "-": standard output
 };
 
-// Each command writes its result to out and its complaints to err, and returns an ExitCode.
+// Each command writes its data to out and everything else (status, warnings, complaints) to
+// err, and returns an ExitCode.
 int listDatabases(QTextStream &out, QTextStream &err);
 int showInfo(const QString &database, QTextStream &out, QTextStream &err);
 int catRows(const QString &database, const CatOptions &options, QTextStream &out, QTextStream &err);
-int importFile(const QString &source, const QString &databaseFile, const QString &separator,
-               bool separatorSet, QTextStream &out, QTextStream &err);
 int exportCsv(const QString &database, const QString &csvFile, QTextStream &out, QTextStream &err);
-int walkMemoryTable(const QString &linesFile, QTextStream &out, QTextStream &err);
+int walkMemoryTable(const QString &linesFile, TextSource::Encoding encoding, bool encodingSet,
+                    QTextStream &out, QTextStream &err);
 
 } // namespace Zqdb
 

@@ -1,5 +1,6 @@
 // zqdb: drives the zqdatabase library from the command line.
 #include "commands.h"
+#include "importer.h"
 
 #include <core/settings.h>
 
@@ -9,7 +10,9 @@
 #include <QTextCodec>
 #include <QTextStream>
 
+#include <csignal>
 #include <cstdio>
+#include <limits>
 
 namespace {
 
@@ -18,7 +21,8 @@ struct Command
     const char *name;
     const char *synopsis;
     const char *description;
-    QStringList positional; // names of the required positional arguments
+    QStringList positional;    // names of the required positional arguments
+    QStringList optional = {}; // names of optional positional arguments that may follow
 };
 
 const QList<Command> &commands()
@@ -36,21 +40,26 @@ const QList<Command> &commands()
                      "Shows the tables, fields, field types and record count of a database."),
              {"NAME"}},
             {"cat",
-             "cat NAME [--from ROW] [--count N] [--columns LIST] [--csv]",
-             QT_TRANSLATE_NOOP("zqdb", "Prints rows of a database, reading 50,000 rows per table."),
-             {"NAME"}},
+             "cat NAME [FILE] [--from ROW] [--count N|all] [--columns LIST] [--csv]",
+             QT_TRANSLATE_NOOP("zqdb",
+                               "Prints rows of a database, 50,000 rows per table, to standard "
+                               "output or FILE."),
+             {"NAME"},
+             {"FILE"}},
             {"import",
-             "import SOURCE DATABASE [--separator TEXT]",
-             QT_TRANSLATE_NOOP(
-                     "zqdb",
-                     "Imports a text file or an .xlsx/.xlsm spreadsheet into a database file."),
+             "import SOURCE DATABASE [--separator TEXT] [--encoding NAME] [--replace|--in-place]",
+             QT_TRANSLATE_NOOP("zqdb",
+                               "Imports a text file or an .xlsx/.xlsm spreadsheet (SOURCE - for "
+                               "standard input) into a database file."),
              {"SOURCE", "DATABASE"}},
             {"export",
              "export DATABASE CSVFILE",
-             QT_TRANSLATE_NOOP("zqdb", "Writes the first table of a database to a GBK CSV file."),
+             QT_TRANSLATE_NOOP("zqdb",
+                               "Writes the first table of a database to a GBK CSV file (- for "
+                               "standard output)."),
              {"DATABASE", "CSVFILE"}},
             {"memory",
-             "memory FILE",
+             "memory FILE [--encoding NAME]",
              QT_TRANSLATE_NOOP("zqdb",
                                "Fills the memory table from \"@;!\"-joined lines and prints it by "
                                "walking the cursor."),
@@ -95,10 +104,10 @@ QString unescapeSeparator(const QString &text)
     return result;
 }
 
-bool parseCount(const QString &text, int *value)
+bool parseCount(const QString &text, qint64 *value)
 {
     bool ok = false;
-    const int number = text.toInt(&ok);
+    const qint64 number = text.toLongLong(&ok);
     if (!ok || number < 0)
         return false;
     *value = number;
@@ -110,6 +119,8 @@ bool parseCount(const QString &text, int *value)
 int main(int argc, char *argv[])
 {
     QCoreApplication app(argc, argv);
+    // Past a file size limit a write should fail and be reported, not end the process.
+    std::signal(SIGXFSZ, SIG_IGN);
     QCoreApplication::setApplicationName(QStringLiteral("zqdb"));
     QCoreApplication::setApplicationVersion(QStringLiteral(ZQDB_VERSION));
 
@@ -131,7 +142,7 @@ int main(int argc, char *argv[])
                                   tr("First row to print, counted from 0 (default 0)."),
                                   QStringLiteral("row"));
     const QCommandLineOption count(QStringLiteral("count"),
-                                   tr("Number of rows to print (default 20)."),
+                                   tr("Number of rows to print, or all (default 20)."),
                                    QStringLiteral("n"));
     const QCommandLineOption columns(
             QStringLiteral("columns"),
@@ -142,11 +153,26 @@ int main(int argc, char *argv[])
             QStringLiteral("separator"),
             tr("Field separator of a text source (default \",\"; \\t or tab for a tab)."),
             QStringLiteral("text"));
+    const QCommandLineOption encoding(
+            QStringLiteral("encoding"),
+            tr("Encoding of a text source: gb2312 (default; a line with a byte-order mark is read "
+               "as UTF) or utf-8."),
+            QStringLiteral("name"));
+    const QCommandLineOption replace(
+            QStringLiteral("replace"),
+            tr("Import into a new file that replaces DATABASE only when the import succeeds."));
+    const QCommandLineOption inPlace(
+            QStringLiteral("in-place"),
+            tr("Import into DATABASE as it is: table1, table2, ... are emptied and refilled, "
+               "other tables are kept."));
 
     // First pass: find the command; everything after it is left for the second pass.
     QCommandLineParser parser;
     parser.setApplicationDescription(tr("Lists, reads, imports and exports zqdatabase databases."));
-    const QCommandLineOption help = parser.addHelpOption();
+    // Not addHelpOption(): its --help-all would promise Qt-specific options zqdb does not have.
+    const QCommandLineOption help({QStringLiteral("h"), QStringLiteral("help")},
+                                  tr("Displays this help."));
+    parser.addOption(help);
     const QCommandLineOption version = parser.addVersionOption();
     parser.addOptions({sysDir, userDir, filter, verbose});
     parser.addPositionalArgument(QStringLiteral("command"), tr("One of the commands below."),
@@ -180,26 +206,36 @@ int main(int argc, char *argv[])
     const QString name = QLatin1String(command->name);
     QCommandLineParser commandParser;
     commandParser.setApplicationDescription(tr(command->description));
-    commandParser.addHelpOption();
+    commandParser.addOption(help);
     commandParser.addOptions({sysDir, userDir, filter, verbose});
     if (name == QLatin1String("cat"))
         commandParser.addOptions({from, count, columns, csv});
     if (name == QLatin1String("import"))
-        commandParser.addOption(separator);
+        commandParser.addOptions({separator, encoding, replace, inPlace});
+    if (name == QLatin1String("memory"))
+        commandParser.addOption(encoding);
     commandParser.addPositionalArgument(name, tr("The command."), name);
     for (const QString &argument : command->positional)
         commandParser.addPositionalArgument(argument, QString(), argument);
+    for (const QString &argument : command->optional)
+        commandParser.addPositionalArgument(argument, QString(),
+                                            QStringLiteral("[%1]").arg(argument));
     const QString tryHelp = tr("Try 'zqdb %1 --help'.").arg(name);
+    const auto usage = [&](const QString &message) {
+        err << "zqdb " << name << ": " << message << '\n' << tryHelp << '\n';
+        return int(Zqdb::Usage);
+    };
     if (!commandParser.parse(app.arguments())) {
         err << "zqdb " << name << ": " << commandParser.errorText() << '\n' << tryHelp << '\n';
         return Zqdb::Usage;
     }
-    if (commandParser.isSet(QStringLiteral("help"))) {
+    if (commandParser.isSet(help)) {
         out << commandParser.helpText();
         return Zqdb::Success;
     }
     const QStringList args = commandParser.positionalArguments().mid(1);
-    if (args.size() != command->positional.size()) {
+    if (args.size() < command->positional.size()
+        || args.size() > command->positional.size() + command->optional.size()) {
         const QString expected = command->positional.isEmpty()
                 ? tr("no arguments")
                 : command->positional.join(QLatin1Char(' '));
@@ -235,8 +271,11 @@ int main(int argc, char *argv[])
                 << tryHelp << '\n';
             return Zqdb::Usage;
         }
-        if (commandParser.isSet(count) && !parseCount(commandParser.value(count), &options.count)) {
-            err << tr("zqdb cat: --count takes a number of 0 or more, not '%1'.")
+        if (commandParser.value(count) == QLatin1String("all"))
+            options.count = std::numeric_limits<qint64>::max() - options.from;
+        else if (commandParser.isSet(count)
+                 && !parseCount(commandParser.value(count), &options.count)) {
+            err << tr("zqdb cat: --count takes a number of 0 or more, or all, not '%1'.")
                             .arg(commandParser.value(count))
                 << '\n'
                 << tryHelp << '\n';
@@ -246,15 +285,35 @@ int main(int argc, char *argv[])
             options.columns
                     = commandParser.value(columns).split(QLatin1Char(','), Qt::SkipEmptyParts);
         options.csv = commandParser.isSet(csv);
+        if (args.size() > 1)
+            options.output = args.at(1);
         result = Zqdb::catRows(args.at(0), options, out, err);
     } else if (name == QLatin1String("import")) {
-        result = Zqdb::importFile(args.at(0), args.at(1),
-                                  unescapeSeparator(commandParser.value(separator)),
-                                  commandParser.isSet(separator), out, err);
+        if (commandParser.isSet(replace) && commandParser.isSet(inPlace))
+            return usage(tr("choose one of --replace and --in-place."));
+        Zqdb::Importer::Options options;
+        if (commandParser.isSet(separator))
+            options.separator = unescapeSeparator(commandParser.value(separator));
+        options.separatorSet = commandParser.isSet(separator);
+        options.encodingSet = commandParser.isSet(encoding);
+        options.mode = commandParser.isSet(replace) ? Zqdb::Importer::Replace
+                : commandParser.isSet(inPlace)      ? Zqdb::Importer::InPlace
+                                                    : Zqdb::Importer::NewOnly;
+        if (options.encodingSet
+            && !Zqdb::TextSource::parseEncoding(commandParser.value(encoding), &options.encoding))
+            return usage(tr("--encoding takes gb2312 or utf-8, not '%1'.")
+                                 .arg(commandParser.value(encoding)));
+        result = Zqdb::Importer(options, err).run(args.at(0), args.at(1));
     } else if (name == QLatin1String("export")) {
         result = Zqdb::exportCsv(args.at(0), args.at(1), out, err);
     } else if (name == QLatin1String("memory")) {
-        result = Zqdb::walkMemoryTable(args.at(0), out, err);
+        Zqdb::TextSource::Encoding memoryEncoding = Zqdb::TextSource::Gb2312;
+        if (commandParser.isSet(encoding)
+            && !Zqdb::TextSource::parseEncoding(commandParser.value(encoding), &memoryEncoding))
+            return usage(tr("--encoding takes gb2312 or utf-8, not '%1'.")
+                                 .arg(commandParser.value(encoding)));
+        result = Zqdb::walkMemoryTable(args.at(0), memoryEncoding, commandParser.isSet(encoding),
+                                       out, err);
     }
     out.flush();
     err.flush();

@@ -1,0 +1,399 @@
+#include "importer.h"
+#include "commands.h"
+#include "databasefile.h"
+#include "progressbar.h"
+#include "translate.h"
+
+#include <core/xlsxreader.h>
+#include <database/databasegenerator.h>
+#include <database/progressscope.h>
+#include <database/xlsxtodbgenerator.h>
+
+#include <QFile>
+#include <QFileInfo>
+#include <QScopedPointer>
+#include <QTemporaryFile>
+#include <QTextStream>
+
+#include <cerrno>
+#include <cstdio>
+#include <cstring>
+#include <sys/resource.h>
+#include <unistd.h>
+
+namespace Zqdb {
+
+namespace {
+
+constexpr qint64 RowsPerTable = 50000;
+const QByteArray ZipMagic("PK\x03\x04", 4);
+
+QString shownSeparator(const QString &separator)
+{
+    return separator == QLatin1String("\t") ? QStringLiteral("\\t") : separator;
+}
+
+// Copies standard input into file; false with the reason on a read or write error.
+bool copyStandardInput(QFile &file, QString *error)
+{
+    QFile in;
+    if (!in.open(stdin, QIODevice::ReadOnly)) {
+        *error = in.errorString();
+        return false;
+    }
+    while (true) {
+        const QByteArray chunk = in.read(1 << 20);
+        if (chunk.isEmpty())
+            break;
+        if (file.write(chunk) != chunk.size()) {
+            *error = file.errorString();
+            return false;
+        }
+    }
+    if (!file.flush()) {
+        *error = file.errorString();
+        return false;
+    }
+    return true;
+}
+
+} // namespace
+
+Importer::Importer(const Options &options, QTextStream &err)
+    : m_options(options)
+    , m_err(err)
+{ }
+
+int Importer::fail(const QString &message)
+{
+    m_err << "zqdb import: " << message << '\n';
+    return Failure;
+}
+
+bool Importer::refuse(const QString &message)
+{
+    fail(message);
+    return false;
+}
+
+int Importer::run(const QString &source, const QString &target)
+{
+    QTemporaryFile stdinCopy(QDir::tempPath() + QLatin1String("/zqdb-stdin-XXXXXX"));
+    QString sourcePath;
+    bool spreadsheet = false;
+    if (!openSource(source, stdinCopy, &sourcePath, &spreadsheet))
+        return Failure;
+    // The source as messages name it: a quoted path, or standard input.
+    const QString sourceName = source == QLatin1String("-")
+            ? tr("standard input")
+            : QStringLiteral("'%1'").arg(shown(source));
+    if (spreadsheet && (m_options.separatorSet || m_options.encodingSet)) {
+        m_err << tr("zqdb import: --separator and --encoding apply to text files, not to "
+                    "spreadsheets.")
+              << '\n'
+              << tr("Try 'zqdb import --help'.") << '\n';
+        return Usage;
+    }
+    if (!checkTarget(target))
+        return Failure;
+
+    // A text source in UTF-8 reaches the importer with a byte-order mark on every line.
+    QTemporaryFile utf8Copy(QDir::tempPath() + QLatin1String("/zqdb-utf8-XXXXXX"));
+    QString importPath = sourcePath;
+    if (!spreadsheet && m_options.encoding == TextSource::Utf8) {
+        QString error;
+        if (!utf8Copy.open() || !TextSource::writeUtf8Copy(sourcePath, utf8Copy.fileName(), &error))
+            return fail(tr("cannot prepare a UTF-8 copy of %1 in '%2': %3.")
+                                .arg(sourceName, shown(QDir::tempPath()),
+                                     error.isEmpty() ? utf8Copy.errorString() : error));
+        importPath = utf8Copy.fileName();
+    }
+    if (!spreadsheet)
+        adviseOnText(importPath, sourceName);
+    if (m_options.mode == InPlace && !checkColumns(importPath, spreadsheet, target))
+        return Failure;
+
+    // --replace builds the new database beside the target and swaps it in only on success.
+    QScopedPointer<QTemporaryFile> replacement;
+    QString workPath = target;
+    if (m_options.mode == Replace) {
+        const QFileInfo info(target);
+        replacement.reset(new QTemporaryFile(info.absolutePath() + QLatin1String("/.")
+                                             + info.fileName() + QLatin1String(".zqdb-XXXXXX")));
+        if (!replacement->open())
+            return fail(tr("cannot create a new file beside '%1': %2.")
+                                .arg(shown(target), replacement->errorString()));
+        replacement->close();
+        if (info.exists())
+            replacement->setPermissions(QFile(target).permissions());
+        workPath = replacement->fileName();
+    }
+
+    m_err.flush();
+    const QByteArray workName = QFile::encodeName(workPath);
+    ProgressBar::installInterruptHandler(replacement ? workName.constData() : nullptr);
+    bool ok = false;
+    QString log;
+    {
+        ProgressBar bar(tr("importing"), spreadsheet ? ProgressBar::Rows : ProgressBar::Bytes);
+        const Database::ProgressScope scope(
+                [&bar](qint64 done, qint64 total) { return bar.update(done, total); });
+        if (spreadsheet) {
+            Database::XlsxToDBGenerator generator;
+            ok = generator.importOriginalFile(importPath, workPath);
+            log = generator.getLog();
+        } else {
+            Database::DatabaseGenerator generator;
+            generator.setSeparator(m_options.separator);
+            ok = generator.importOriginalFile(importPath, workPath);
+            log = generator.getLog();
+        }
+    }
+    if (!ok && ProgressBar::interrupted()) {
+        if (replacement)
+            return fail(tr("cancelled; '%1' was left as it was.").arg(shown(target)));
+        fail(tr("cancelled; the batch being written was rolled back. '%1' now holds:")
+                     .arg(shown(target)));
+        for (const QString &line : DatabaseFile::describe(DatabaseFile::tables(target)))
+            m_err << "  " << line << '\n';
+        return Failure;
+    }
+    if (!ok) {
+        explainFailure(log, sourceName, importPath, replacement ? QString() : target);
+        if (replacement)
+            m_err << tr("'%1' was left as it was.").arg(shown(target)) << '\n';
+        return Failure;
+    }
+    if (replacement
+        && std::rename(workName.constData(), QFile::encodeName(target).constData()) != 0)
+        return fail(tr("cannot put the new database in place of '%1': %2.")
+                            .arg(shown(target), QString::fromLocal8Bit(std::strerror(errno))));
+    if (replacement)
+        replacement->setAutoRemove(false);
+
+    if (ProgressBar::interrupted())
+        m_err << tr("zqdb import: Ctrl-C came too late to stop the import.") << '\n';
+    m_err << tr("Imported %1 into '%2', which now holds:").arg(sourceName, shown(target)) << '\n';
+    for (const QString &line : DatabaseFile::describe(DatabaseFile::tables(target)))
+        m_err << "  " << line << '\n';
+    if (m_options.mode == InPlace) {
+        const QStringList kept = keptTables(importPath, spreadsheet);
+        if (!kept.isEmpty())
+            m_err << tr("zqdb import: note: %n table(s) from before stay beside the new rows and "
+                        "count as records of '%1': %2. --replace imports into a fresh file.",
+                        nullptr, kept.size())
+                             .arg(shown(target), DatabaseFile::nameList(kept))
+                  << '\n';
+    }
+    return Success;
+}
+
+bool Importer::openSource(const QString &source, QTemporaryFile &stdinCopy, QString *path,
+                          bool *spreadsheet)
+{
+    *path = source;
+    if (source == QLatin1String("-")) {
+        if (::isatty(STDIN_FILENO) == 1) {
+            m_err << tr("zqdb import: reading the lines to import from the terminal; end them "
+                        "with Ctrl-D.")
+                  << Qt::endl;
+        }
+        QString error;
+        if (!stdinCopy.open() || !copyStandardInput(stdinCopy, &error))
+            return refuse(tr("cannot keep standard input in '%1': %2.")
+                                  .arg(shown(stdinCopy.fileName()),
+                                       error.isEmpty() ? stdinCopy.errorString() : error));
+        *path = stdinCopy.fileName();
+        stdinCopy.seek(0);
+        *spreadsheet = stdinCopy.read(4) == ZipMagic;
+    } else {
+        const QFileInfo info(source);
+        QFile probe(source);
+        if (!info.exists())
+            return refuse(tr("cannot read '%1': no such file.").arg(shown(source)));
+        if (info.isDir())
+            return refuse(tr("'%1' is a directory; give the text file or spreadsheet to import.")
+                                  .arg(shown(source)));
+        if (!probe.open(QIODevice::ReadOnly))
+            return refuse(tr("cannot read '%1': %2.").arg(shown(source), probe.errorString()));
+        const QString suffix = info.suffix().toLower();
+        *spreadsheet = suffix == QLatin1String("xlsx") || suffix == QLatin1String("xlsm");
+    }
+    return true;
+}
+
+bool Importer::checkTarget(const QString &target)
+{
+    const QFileInfo info(target);
+    if (info.isDir()) {
+        fail(tr("'%1' is a directory; give the path of the database file to write.")
+                     .arg(shown(target)));
+        return false;
+    }
+    const bool exists = info.exists();
+    if (exists && !DatabaseFile::looksLikeSqlite(target) && m_options.mode != Replace) {
+        fail(tr("'%1' exists and is not an SQLite database; give a new file name, or --replace "
+                "to overwrite it.")
+                     .arg(shown(target)));
+        return false;
+    }
+    if (exists && DatabaseFile::looksLikeSqlite(target)) {
+        const QList<DatabaseFile::Table> tables = DatabaseFile::tables(target);
+        qint64 rows = 0;
+        for (const DatabaseFile::Table &table : tables) {
+            m_tablesBefore << table.name;
+            rows += qMax<qint64>(table.rows, 0);
+        }
+        if (!tables.isEmpty() && m_options.mode == NewOnly) {
+            fail(tr("'%1' already holds %n table(s) (%2; %3 rows). Nothing was changed. Choose:",
+                    nullptr, tables.size())
+                         .arg(shown(target), DatabaseFile::nameList(m_tablesBefore))
+                         .arg(rows));
+            m_err << tr("  --replace   import into a new file that takes the place of '%1' only "
+                        "when the import succeeds")
+                             .arg(shown(target))
+                  << '\n'
+                  << tr("  --in-place  import into '%1' as it is: table1, table2, ... are emptied "
+                        "and refilled, its other tables are kept")
+                             .arg(shown(target))
+                  << '\n';
+            return false;
+        }
+    }
+    const QString problem = DatabaseFile::writeProblem(target, true);
+    if (!problem.isEmpty()) {
+        fail(tr("cannot write '%1': %2.").arg(shown(target), problem));
+        return false;
+    }
+    return true;
+}
+
+void Importer::adviseOnText(const QString &path, const QString &shownName)
+{
+    if (!m_options.encodingSet && TextSource::looksLikeUtf8(path))
+        m_err << tr("zqdb import: warning: %1 looks like UTF-8 but is read as GB2312 (every "
+                    "line without a byte-order mark); add --encoding utf-8 to read it as UTF-8.")
+                         .arg(shownName)
+              << '\n';
+    const QList<TextSource::HeadLine> head = TextSource::head(path, m_options.separator);
+    for (const TextSource::HeadLine &line : head)
+        if (line.hasSeparator)
+            return;
+    if (head.isEmpty())
+        return;
+    QString hint = tr("zqdb import: hint: the separator '%1' occurs in none of the first %n "
+                      "line(s), so every line becomes one field.",
+                      nullptr, head.size())
+                           .arg(shownSeparator(m_options.separator));
+    for (const QString &candidate :
+         {QStringLiteral("\t"), QStringLiteral(","), QStringLiteral(";"), QStringLiteral("|")}) {
+        if (candidate == m_options.separator)
+            continue;
+        const QList<TextSource::HeadLine> other = TextSource::head(path, candidate);
+        bool everywhere = !other.isEmpty();
+        for (const TextSource::HeadLine &line : other)
+            everywhere = everywhere && line.hasSeparator && line.fields == other.first().fields;
+        if (everywhere) {
+            hint += QLatin1Char(' ')
+                    + tr("Its lines split into %1 fields at '%2': try --separator '%2'.")
+                              .arg(other.first().fields)
+                              .arg(shownSeparator(candidate));
+            break;
+        }
+    }
+    m_err << hint << '\n';
+}
+
+void Importer::explainFailure(const QString &log, const QString &source, const QString &sourcePath,
+                              const QString &target)
+{
+    fail(tr("importing %1 failed:").arg(source));
+    const QStringList lines = log.split(QLatin1Char('\n'), Qt::SkipEmptyParts);
+    for (const QString &line : lines)
+        m_err << "  " << line << '\n';
+    if (lines.isEmpty())
+        m_err << "  "
+              << tr("the importer kept no message: a batch of 50,000 rows failed and a later "
+                    "batch went in, which clears the importer's log.")
+              << '\n';
+    if (log.contains(QLatin1String("Content error"))) {
+        // The check compares the first six non-empty lines: show which of them differ.
+        const QList<TextSource::HeadLine> head = TextSource::head(sourcePath, m_options.separator);
+        QStringList counts;
+        for (const TextSource::HeadLine &line : head)
+            counts << tr("line %1: %n field(s)", nullptr, line.fields).arg(line.number);
+        m_err << "  "
+              << tr("The first %n non-empty line(s) must split into as many fields at '%1':",
+                    nullptr, head.size())
+                         .arg(shownSeparator(m_options.separator))
+              << ' ' << counts.join(QLatin1String(", ")) << '.' << '\n';
+    }
+    rlimit limit;
+    const bool writeFailed = log.contains(QLatin1String("I/O"), Qt::CaseInsensitive)
+            || log.contains(QLatin1String("full"), Qt::CaseInsensitive);
+    if (writeFailed && ::getrlimit(RLIMIT_FSIZE, &limit) == 0 && limit.rlim_cur != RLIM_INFINITY)
+        m_err << "  "
+              << tr("Files may not grow past %1 bytes here (ulimit -f).")
+                         .arg(quint64(limit.rlim_cur))
+              << '\n';
+    // Batches written before the failure stay: say what the file holds now.
+    const QList<DatabaseFile::Table> tables
+            = target.isEmpty() ? QList<DatabaseFile::Table>() : DatabaseFile::tables(target);
+    if (!tables.isEmpty()) {
+        m_err << "  " << tr("'%1' now holds:").arg(shown(target)) << '\n';
+        for (const QString &line : DatabaseFile::describe(tables))
+            m_err << "    " << line << '\n';
+    }
+}
+
+bool Importer::checkColumns(const QString &source, bool spreadsheet, const QString &target)
+{
+    // Rows go into an existing table1 only when it has as many columns as the source: otherwise
+    // every insert fails after the table was emptied.
+    if (!m_tablesBefore.contains(QStringLiteral("table1")))
+        return true;
+    const int existing = DatabaseFile::declaredTypes(target, QStringLiteral("table1")).size() - 1;
+    int incoming = 0;
+    if (spreadsheet) {
+        Core::XlsxReader reader;
+        if (reader.open(source))
+            incoming = reader.columnCount();
+    } else {
+        const QList<TextSource::HeadLine> head = TextSource::head(source, m_options.separator);
+        incoming = head.isEmpty() ? 0 : head.first().fields;
+    }
+    if (incoming <= 0 || existing == incoming)
+        return true;
+    fail(tr("table1 of '%1' has %2 value column(s) but the source has %3: an in-place import "
+            "would empty table1 and then fail. Nothing was changed; use --replace to start anew.")
+                 .arg(shown(target))
+                 .arg(existing)
+                 .arg(incoming));
+    return false;
+}
+
+QStringList Importer::keptTables(const QString &source, bool spreadsheet) const
+{
+    // The importer writes table1..tableN for N batches of 50,000 rows and leaves the rest.
+    qint64 rows = 0;
+    if (spreadsheet) {
+        Core::XlsxReader reader;
+        if (reader.open(source) && !reader.isEmpty() && reader.columnCount() > 0)
+            rows = reader.rowCount();
+    } else {
+        rows = TextSource::countRows(source, m_options.separator);
+    }
+    const qint64 batches = (rows + RowsPerTable - 1) / RowsPerTable;
+    QStringList kept;
+    for (const QString &name : m_tablesBefore) {
+        bool isNumber = false;
+        const qint64 index
+                = name.startsWith(QLatin1String("table")) ? name.mid(5).toLongLong(&isNumber) : 0;
+        if (!isNumber || index < 1 || index > batches
+            || name != QStringLiteral("table%1").arg(index))
+            kept << name;
+    }
+    return kept;
+}
+
+} // namespace Zqdb

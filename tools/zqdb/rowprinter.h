@@ -1,0 +1,56 @@
+#ifndef ZQDB_ROWPRINTER_H
+#define ZQDB_ROWPRINTER_H
+
+#include "rowstream.h"
+
+#include <QByteArray>
+#include <QList>
+#include <QString>
+#include <QStringList>
+#include <QVector>
+
+class QIODevice;
+
+namespace Zqdb {
+
+// Writes rows as UTF-8 to a device as they come: CSV at once, aligned text once the first
+// rows have fixed the column widths (later, wider cells push their row to the right).
+class RowPrinter
+{
+public:
+    enum Format { Aligned, Csv };
+
+    RowPrinter(QIODevice *device, Format format, const QStringList &header);
+    ~RowPrinter();
+
+    void addRow(const QString *cells, int count);
+    // Cells given as UTF-8: written as they are, without a trip through QString, in CSV.
+    void addRow(const RowStream::Cell *cells, int count);
+    void addRow(const QStringList &cells) { addRow(cells.toVector()); }
+    void addRow(const QVector<QString> &cells) { addRow(cells.constData(), cells.size()); }
+    // Writes what is still held back; false when the device refused a write.
+    bool finish();
+
+    // Terminal cells a text takes: East Asian wide and full-width characters take two.
+    static int displayWidth(const QString &text);
+
+private:
+    void flushRows();
+    void writeAligned(const QVector<QString> &cells);
+    void writeCsv(const QString *cells, int count);
+    void writeCsvField(const char *data, int size);
+    bool write(bool force);
+
+    QIODevice *m_device;
+    Format m_format;
+    QVector<QString> m_header;
+    QVector<int> m_widths;
+    QList<QVector<QString>> m_heldBack;
+    bool m_widthsFixed = false;
+    bool m_failed = false;
+    QByteArray m_buffer; // UTF-8 not yet written
+};
+
+} // namespace Zqdb
+
+#endif // ZQDB_ROWPRINTER_H
