@@ -3,6 +3,10 @@ include(CMakePackageConfigHelpers)
 
 set(ZQDATABASE_CMAKE_DIR ${CMAKE_INSTALL_LIBDIR}/cmake/ZqDatabase)
 
+# libzqdatabase finds libzqcore beside it, wherever the prefix is: a host that links only the
+# former (--as-needed) has no path of its own to the latter.
+set_target_properties(zqdatabase PROPERTIES INSTALL_RPATH "$ORIGIN")
+
 install(TARGETS zqcore zqdatabase EXPORT ZqDatabaseTargets
     LIBRARY DESTINATION ${CMAKE_INSTALL_LIBDIR}
     ARCHIVE DESTINATION ${CMAKE_INSTALL_LIBDIR}
