@@ -16,16 +16,9 @@ if(TARGET zqdb)
 endif()
 
 # Only the public headers: the library's internal helpers stay out of the package.
-set(zqdatabase_public_headers database_global.h databasemanager.h databasechangelistener.h
-    databasehandler.h databasehandlerfactory.h databasegenerator.h xlsxtodbgenerator.h
-    memorydatabasemanager.h databaseexport.h progressscope.h)
-list(TRANSFORM zqdatabase_public_headers PREPEND ${PROJECT_SOURCE_DIR}/database/)
-set(zqcore_public_headers zqcore_global.h settings.h consolesingleton.h databasequerydata.h
-    xlsxreader.h)
-list(TRANSFORM zqcore_public_headers PREPEND ${PROJECT_SOURCE_DIR}/core/)
-install(FILES ${zqdatabase_public_headers}
+install(FILES ${ZQDATABASE_PUBLIC_HEADERS}
     DESTINATION ${CMAKE_INSTALL_INCLUDEDIR}/zqdatabase/database)
-install(FILES ${zqcore_public_headers}
+install(FILES ${ZQCORE_PUBLIC_HEADERS}
     DESTINATION ${CMAKE_INSTALL_INCLUDEDIR}/zqdatabase/core)
 
 install(EXPORT ZqDatabaseTargets NAMESPACE ZqDatabase:: DESTINATION ${ZQDATABASE_CMAKE_DIR})
