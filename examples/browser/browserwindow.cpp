@@ -19,6 +19,7 @@
 #include <QListWidget>
 #include <QMessageBox>
 #include <QProgressDialog>
+#include <QSignalBlocker>
 #include <QSplitter>
 #include <QStatusBar>
 #include <QTableView>
@@ -60,6 +61,7 @@ BrowserWindow::BrowserWindow(QWidget *parent)
     setCentralWidget(splitter);
     connect(m_catalogue, &QListWidget::currentTextChanged, this, &BrowserWindow::showDatabase);
     reloadCatalogue(QString());
+    m_table->setFocus();
 }
 
 bool BrowserWindow::showDefaultAt(int row)
@@ -94,16 +96,22 @@ QString BrowserWindow::visibleCells() const
     return lines.join(QLatin1Char('\n')) + QLatin1Char('\n');
 }
 
-// Lists the catalogue, the default database first, and selects one (the first if not found).
+// Lists the catalogue, the default database first and in bold, and shows one of them (the
+// first if select is not there).
 void BrowserWindow::reloadCatalogue(const QString &select)
 {
     DatabaseManager::instance()->reload();
     const QStringList names = DatabaseManager::instance()->names();
+    const QSignalBlocker blocker(m_catalogue);
     m_catalogue->clear();
     m_catalogue->addItems(names);
+    if (!names.isEmpty() && names.first() == DatabaseManager::instance()->getDefaultDbName()) {
+        QFont font = m_catalogue->item(0)->font();
+        font.setBold(true);
+        m_catalogue->item(0)->setFont(font);
+    }
     m_catalogue->setCurrentRow(qMax(0, names.indexOf(select)));
-    if (names.isEmpty())
-        showDatabase();
+    showDatabase();
 }
 
 void BrowserWindow::showDatabase()
