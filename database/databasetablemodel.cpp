@@ -26,6 +26,14 @@ DatabaseObject *identity(const DatabaseTableModel *model)
     return reinterpret_cast<DatabaseObject *>(const_cast<DatabaseTableModel *>(model));
 }
 
+// The driver opens any file lazily; one that is not a database fails its first statement.
+bool isReadable(const QString &connectionName)
+{
+    const QSqlDatabase database = QSqlDatabase::database(connectionName, false);
+    return database.isOpen()
+            && QSqlQuery(database).exec(QStringLiteral("SELECT 1 FROM sqlite_master"));
+}
+
 } // namespace
 
 // Cells of up to m_blockRows rows of one table, row by row; invalid where recordValue is.
@@ -55,20 +63,16 @@ bool DatabaseTableModel::setDatabaseName(const QString &name)
     DatabaseHandler *handler = factory && DatabaseManager::instance()
             ? factory->registSqlDatabase(identity(this), name)
             : nullptr;
-    if (handler) {
-        QSqlQuery probe(QSqlDatabase::database(handler->currentDatabaseName(), false));
-        if (handler->isDatabaseOpen()
-            && probe.exec(QStringLiteral("SELECT 1 FROM sqlite_master"))) {
-            m_databaseName = name;
-            m_connectionName = handler->currentDatabaseName();
-            m_fieldNames = handler->getFieldNames();
-            // The handler's table list: the connection's, without "sqlite_sequence".
-            m_tables = handler->getTables();
-            m_tables.removeOne(QStringLiteral("sqlite_sequence"));
-            m_rowCount = handler->getTableRecordCount();
-        } else {
-            factory->unregistSqlDatabase(identity(this));
-        }
+    if (handler && isReadable(handler->currentDatabaseName())) {
+        m_databaseName = name;
+        m_connectionName = handler->currentDatabaseName();
+        m_fieldNames = handler->getFieldNames();
+        // The handler's table list: the connection's, without "sqlite_sequence".
+        m_tables = handler->getTables();
+        m_tables.removeOne(QStringLiteral("sqlite_sequence"));
+        m_rowCount = handler->getTableRecordCount();
+    } else if (handler) {
+        factory->unregistSqlDatabase(identity(this));
     }
     const int columns = qMax(1, m_fieldNames.size());
     m_blockRows = qBound(1, MaxBlockCells / columns, MaxBlockRows);
