@@ -126,7 +126,8 @@ void BrowserWindow::showDatabase()
 
 // Runs work while a progress dialog shows the library's reports. Pumping events from the
 // callback keeps the window drawn and the Cancel button live while the work runs on this thread.
-bool BrowserWindow::withProgress(const QString &label, const std::function<bool()> &work)
+BrowserWindow::Outcome BrowserWindow::withProgress(const QString &label,
+                                                   const std::function<bool()> &work)
 {
     QProgressDialog dialog(label, tr("Cancel"), 0, 1000, this);
     dialog.setWindowModality(Qt::WindowModal);
@@ -136,8 +137,12 @@ bool BrowserWindow::withProgress(const QString &label, const std::function<bool(
         QApplication::processEvents();
         return !dialog.wasCanceled();
     });
-    const bool ok = work();
-    return ok || !dialog.wasCanceled() ? ok : (statusBar()->showMessage(tr("Cancelled")), false);
+    if (work())
+        return Outcome::Done;
+    if (!dialog.wasCanceled())
+        return Outcome::Failed;
+    statusBar()->showMessage(tr("Cancelled"));
+    return Outcome::Cancelled;
 }
 
 QString BrowserWindow::askSource(const QString &filter)
@@ -153,9 +158,9 @@ QString BrowserWindow::targetFile(const QString &source) const
     return userDir.filePath(QFileInfo(source).baseName() + QStringLiteral(".db"));
 }
 
-void BrowserWindow::imported(bool ok, const QString &log, const QString &source)
+void BrowserWindow::imported(Outcome outcome, const QString &log, const QString &source)
 {
-    if (!ok && !log.isEmpty())
+    if (outcome == Outcome::Failed)
         QMessageBox::warning(this, tr("Import failed"), log);
     reloadCatalogue(QFileInfo(source).baseName());
 }
@@ -170,10 +175,10 @@ void BrowserWindow::importText()
     generator.setSeparator(separator.replace(QStringLiteral("\\t"), QStringLiteral("\t")));
     // The shown database is left first: the import may write the very file it reads.
     m_model->setDatabaseName(QString());
-    const bool ok = withProgress(tr("Importing %1").arg(source), [&] {
+    const Outcome outcome = withProgress(tr("Importing %1").arg(source), [&] {
         return generator.importOriginalFile(source, targetFile(source));
     });
-    imported(ok, generator.getLog(), source);
+    imported(outcome, generator.getLog(), source);
 }
 
 void BrowserWindow::importSpreadsheet()
@@ -183,10 +188,10 @@ void BrowserWindow::importSpreadsheet()
         return;
     Database::XlsxToDBGenerator generator;
     m_model->setDatabaseName(QString());
-    const bool ok = withProgress(tr("Importing %1").arg(source), [&] {
+    const Outcome outcome = withProgress(tr("Importing %1").arg(source), [&] {
         return generator.importOriginalFile(source, targetFile(source));
     });
-    imported(ok, generator.getLog(), source);
+    imported(outcome, generator.getLog(), source);
 }
 
 void BrowserWindow::exportCsv()
@@ -200,9 +205,11 @@ void BrowserWindow::exportCsv()
     if (target.isEmpty())
         return;
     const QString source = DatabaseManager::instance()->path(name);
-    if (withProgress(tr("Exporting %1").arg(name),
-                     [&] { return Database::DatabaseExport::toCSV(source, target); }))
+    const Outcome outcome = withProgress(tr("Exporting %1").arg(name), [&] {
+        return Database::DatabaseExport::toCSV(source, target);
+    });
+    if (outcome == Outcome::Done)
         statusBar()->showMessage(tr("Exported %1 to %2").arg(name, target));
-    else if (!statusBar()->currentMessage().startsWith(tr("Cancelled")))
+    else if (outcome == Outcome::Failed)
         QMessageBox::warning(this, tr("Export failed"), tr("%1 could not be written.").arg(target));
 }

@@ -29,15 +29,17 @@ public:
     QString visibleCells() const;
 
 private:
+    enum class Outcome { Done, Failed, Cancelled };
+
     void reloadCatalogue(const QString &select);
     void showDatabase();
     void importText();
     void importSpreadsheet();
     QString askSource(const QString &filter);
     QString targetFile(const QString &source) const;
-    void imported(bool ok, const QString &log, const QString &source);
+    void imported(Outcome outcome, const QString &log, const QString &source);
     void exportCsv();
-    bool withProgress(const QString &label, const std::function<bool()> &work);
+    Outcome withProgress(const QString &label, const std::function<bool()> &work);
 
     QListWidget *m_catalogue;
     QTableView *m_table;
