@@ -41,9 +41,9 @@ shell_ms=$(sqlite3 -batch "$DB" < "$BENCH_WORK/screens.sql" | awk '
 "$DRIVER" "$CATALOGUE" screens "$ROUNDS" "${DEPTHS[@]}" > "$BENCH_WORK/ours.out"
 
 echo "model: a screen of 30 x 10 cells of $((20 * 50000)) rows, median of $ROUNDS rounds (ms)"
-printf '  %-8s %10s %14s %14s\n' "row" "model" "recordValue" "shell (1 ms steps)"
+printf '  %-8s %10s %14s %20s\n' "row" "model" "recordValue" "shell (1 ms steps)"
 while read -r depth model handler; do
     [ "$depth" = maxrss_kb ] && { echo "  peak memory (driver): $model KB"; continue; }
     shell=$(echo "$shell_ms" | awk -v d="$depth" '$1 == d { $1 = ""; print }' | tr ' ' '\n' | sed '/^$/d')
-    printf '  %-8s %10s %14s %14s\n' "$depth" "$model" "$handler" "$(bench_median $shell)"
+    printf '  %-8s %10s %14s %20s\n' "$depth" "$model" "$handler" "$(bench_median $shell)"
 done < "$BENCH_WORK/ours.out"
