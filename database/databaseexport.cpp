@@ -239,8 +239,8 @@ qint64 countRows(sqlite3 *handle, const QByteArray &select)
     return rows;
 }
 
-// Streams the rows straight from SQLite; false only when the output cannot be opened. A
-// statement that does not prepare yields no rows, as it leaves a query model empty.
+// Streams the rows straight from SQLite; false when the output cannot be opened or the host
+// cancelled. A statement that does not prepare yields no rows, as it leaves a query model empty.
 bool exportStreaming(sqlite3 *handle, const QString &statementText, const QString &csvFilePath)
 {
     const QByteArray sql = statementText.toUtf8();
