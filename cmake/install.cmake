@@ -3,6 +3,10 @@ include(CMakePackageConfigHelpers)
 
 set(ZQDATABASE_CMAKE_DIR ${CMAKE_INSTALL_LIBDIR}/cmake/ZqDatabase)
 
+# libzqdatabase finds libzqcore beside it, wherever the prefix is: a host that links only the
+# former (--as-needed) has no path of its own to the latter.
+set_target_properties(zqdatabase PROPERTIES INSTALL_RPATH "$ORIGIN")
+
 install(TARGETS zqcore zqdatabase EXPORT ZqDatabaseTargets
     LIBRARY DESTINATION ${CMAKE_INSTALL_LIBDIR}
     ARCHIVE DESTINATION ${CMAKE_INSTALL_LIBDIR}
@@ -12,16 +16,9 @@ if(TARGET zqdb)
 endif()
 
 # Only the public headers: the library's internal helpers stay out of the package.
-set(zqdatabase_public_headers database_global.h databasemanager.h databasechangelistener.h
-    databasehandler.h databasehandlerfactory.h databasegenerator.h xlsxtodbgenerator.h
-    memorydatabasemanager.h databaseexport.h progressscope.h)
-list(TRANSFORM zqdatabase_public_headers PREPEND ${PROJECT_SOURCE_DIR}/database/)
-set(zqcore_public_headers zqcore_global.h settings.h consolesingleton.h databasequerydata.h
-    xlsxreader.h)
-list(TRANSFORM zqcore_public_headers PREPEND ${PROJECT_SOURCE_DIR}/core/)
-install(FILES ${zqdatabase_public_headers}
+install(FILES ${ZQDATABASE_PUBLIC_HEADERS}
     DESTINATION ${CMAKE_INSTALL_INCLUDEDIR}/zqdatabase/database)
-install(FILES ${zqcore_public_headers}
+install(FILES ${ZQCORE_PUBLIC_HEADERS}
     DESTINATION ${CMAKE_INSTALL_INCLUDEDIR}/zqdatabase/core)
 
 install(EXPORT ZqDatabaseTargets NAMESPACE ZqDatabase:: DESTINATION ${ZQDATABASE_CMAKE_DIR})

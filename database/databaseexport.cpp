@@ -1,8 +1,11 @@
 #include "databaseexport.h"
 
+#include "progressreport_p.h"
+
 #include <QCoreApplication>
 #include <QFile>
 #include <QFileInfo>
+#include <QSaveFile>
 #include <QSqlDatabase>
 #include <QSqlDriver>
 #include <QSqlQueryModel>
@@ -15,6 +18,8 @@
 
 #include <sys/stat.h>
 
+#include <memory>
+
 namespace Database {
 
 namespace {
@@ -22,6 +27,8 @@ namespace {
 const QString ConnectionName = QStringLiteral("DB3EXPORT");
 const QString SkippedTable = QStringLiteral("DATABASE_SQLITE_DEFAULTDB");
 constexpr int FlushThreshold = 1 << 20;
+// A cancel waits at most this many rows, whatever the table's size.
+constexpr qint64 MaxRowsBetweenReports = 50000;
 
 QTextCodec *outputCodec()
 {
@@ -74,7 +81,7 @@ sqlite3 *sqliteHandle(const QSqlDatabase &database)
 class EncodedWriter
 {
 public:
-    explicit EncodedWriter(QFile *file) : m_file(file), m_codec(outputCodec())
+    explicit EncodedWriter(QFileDevice *file) : m_file(file), m_codec(outputCodec())
     {
         m_state.flags |= QTextCodec::IgnoreHeader;
         m_buffer.reserve(FlushThreshold + 4096);
@@ -120,7 +127,7 @@ private:
             flush();
     }
 
-    QFile *m_file;
+    QFileDevice *m_file;
     QTextCodec *m_codec;
     QTextCodec::ConverterState m_state;
     QByteArray m_buffer;
@@ -186,8 +193,54 @@ bool isUtf8Database(sqlite3 *handle)
     return utf8;
 }
 
-// Streams the rows straight from SQLite; false only when the output cannot be opened. A
-// statement that does not prepare yields no rows, as it leaves a query model empty.
+// The output, opened for writing. While a progress scope lives it is written beside the target
+// and renamed over it once complete, so that a cancel leaves no file, or the one that was there.
+std::unique_ptr<QFileDevice> openOutput(const QString &path, bool replaceWhenComplete)
+{
+    std::unique_ptr<QFileDevice> file;
+    if (replaceWhenComplete)
+        file.reset(new QSaveFile(path));
+    else
+        file.reset(new QFile(path));
+    if (!file->open(QIODevice::WriteOnly | QIODevice::Text))
+        file.reset();
+    return file;
+}
+
+// Closes the output; complete false drops what was written. False when nothing is kept.
+bool closeOutput(QFileDevice *file, bool complete)
+{
+    auto *saveFile = qobject_cast<QSaveFile *>(file);
+    if (!saveFile) {
+        file->close();
+        return true;
+    }
+    if (complete)
+        return saveFile->commit();
+    saveFile->cancelWriting();
+    return false;
+}
+
+// Reports one more row written; false once the host has cancelled.
+bool rowWritten(ProgressReport &report, qint64 done)
+{
+    return !report.isActive() || report.advance(done, done % MaxRowsBetweenReports == 0);
+}
+
+qint64 countRows(sqlite3 *handle, const QByteArray &select)
+{
+    const QByteArray sql = "SELECT COUNT(*) FROM (" + select + ')';
+    sqlite3_stmt *statement = nullptr;
+    qint64 rows = 0;
+    if (sqlite3_prepare_v2(handle, sql.constData(), sql.size(), &statement, nullptr) == SQLITE_OK
+        && sqlite3_step(statement) == SQLITE_ROW)
+        rows = sqlite3_column_int64(statement, 0);
+    sqlite3_finalize(statement);
+    return rows;
+}
+
+// Streams the rows straight from SQLite; false when the output cannot be opened or the host
+// cancelled. A statement that does not prepare yields no rows, as it leaves a query model empty.
 bool exportStreaming(sqlite3 *handle, const QString &statementText, const QString &csvFilePath)
 {
     const QByteArray sql = statementText.toUtf8();
@@ -200,22 +253,29 @@ bool exportStreaming(sqlite3 *handle, const QString &statementText, const QStrin
         statement = nullptr;
     }
 
-    QFile file(csvFilePath);
-    if (!file.open(QIODevice::WriteOnly | QIODevice::Text)) {
+    // Rows are counted only for a host that asked for progress.
+    ProgressReport report(statement && ProgressReport::scopeActive() ? countRows(handle, sql) : 0);
+    std::unique_ptr<QFileDevice> file;
+    if (!report.isCancelled())
+        file = openOutput(csvFilePath, report.isActive());
+    if (!file) {
         sqlite3_finalize(statement);
         return false;
     }
-    EncodedWriter writer(&file);
+    EncodedWriter writer(file.get());
+    bool complete = true;
     if (statement) {
         const int columnCount = sqlite3_column_count(statement);
         const bool utf16Database = !isUtf8Database(handle);
-        while (sqlite3_step(statement) == SQLITE_ROW)
+        qint64 done = 0;
+        while (complete && sqlite3_step(statement) == SQLITE_ROW) {
             writeRow(statement, columnCount, utf16Database, writer);
+            complete = rowWritten(report, ++done);
+        }
         sqlite3_finalize(statement);
     }
     writer.flush();
-    file.close();
-    return true;
+    return closeOutput(file.get(), complete && report.finish());
 }
 
 // Loads the whole table into a model before the output is touched; used where streaming
@@ -228,19 +288,23 @@ bool exportThroughModel(const QSqlDatabase &database, const QString &statement,
     while (model.canFetchMore())
         model.fetchMore();
 
-    QFile file(csvFilePath);
-    if (!file.open(QIODevice::WriteOnly | QIODevice::Text))
+    ProgressReport report(model.rowCount());
+    std::unique_ptr<QFileDevice> file;
+    if (!report.isCancelled())
+        file = openOutput(csvFilePath, report.isActive());
+    if (!file)
         return false;
-    QTextStream stream(&file);
+    QTextStream stream(file.get());
     stream.setCodec(QTextCodec::codecForName("GBK"));
-    for (int r = 0; r < model.rowCount(); ++r) {
+    bool complete = true;
+    for (int r = 0; complete && r < model.rowCount(); ++r) {
         for (int c = 0; c < model.columnCount(); ++c)
             stream << model.record(r).value(c).toString() << ',';
         stream << '\n';
+        complete = rowWritten(report, r + 1);
     }
     stream.flush();
-    file.close();
-    return true;
+    return closeOutput(file.get(), complete && report.finish());
 }
 
 } // namespace
@@ -251,7 +315,8 @@ DatabaseExport::~DatabaseExport() = default;
 
 // Writes the first table (never "DATABASE_SQLITE_DEFAULTDB") as GBK lines, each cell followed
 // by a comma. False when the database does not open, has no such table or the output cannot
-// be opened. Events are pumped once after an export and after a failed open only.
+// be opened. Events are pumped once after an export and after a failed open only. A
+// ProgressScope on this thread hears of the rows written and may cancel: false, nothing kept.
 bool DatabaseExport::toCSV(QString dbFilePath, QString csvFilePath)
 {
     // Replaces the previous call's connection; removing it first spares Qt's duplicate warning.

@@ -15,6 +15,9 @@ public:
     // Reports (0, total) when a scope lives on this thread.
     explicit ProgressReport(qint64 total);
 
+    // Whether a scope lives on this thread, for operations whose total costs work to find.
+    static bool scopeActive();
+
     bool isActive() const { return m_scope != nullptr; }
     bool isCancelled() const { return m_cancelled; }
 

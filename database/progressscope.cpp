@@ -31,6 +31,11 @@ ProgressReport::ProgressReport(qint64 total)
         report(0);
 }
 
+bool ProgressReport::scopeActive()
+{
+    return innermostScope && innermostScope->m_callback;
+}
+
 bool ProgressReport::finish()
 {
     if (!m_scope || m_cancelled)

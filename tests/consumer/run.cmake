@@ -1,5 +1,5 @@
-# Installs the build tree into a fresh prefix, builds the consumer project against the
-# installed CMake package, runs it, and checks the pkg-config file.
+# Installs the build tree into a fresh prefix, builds the consumer project and the README's
+# host example against the installed CMake package, runs them, and checks the pkg-config file.
 foreach(var BUILD_DIR SOURCE_DIR WORK_DIR)
     if(NOT DEFINED ${var})
         message(FATAL_ERROR "${var} not set")
@@ -17,14 +17,26 @@ function(run)
     set(last_output "${out}" PARENT_SCOPE)
 endfunction()
 
+# The README's host example, as the README shows it.
+file(READ ${SOURCE_DIR}/../../README.md readme)
+string(REGEX MATCH "<!-- host example[^\n]*\n```cpp\n(.*)" readme "${readme}")
+string(FIND "${CMAKE_MATCH_1}" "```" end)
+string(SUBSTRING "${CMAKE_MATCH_1}" 0 ${end} host)
+file(WRITE ${WORK_DIR}/readme_host.cpp "${host}")
+
 run(${CMAKE_COMMAND} --install ${BUILD_DIR} --prefix ${prefix})
-run(${CMAKE_COMMAND} -S ${SOURCE_DIR} -B ${WORK_DIR}/build -DCMAKE_PREFIX_PATH=${prefix})
+run(${CMAKE_COMMAND} -S ${SOURCE_DIR} -B ${WORK_DIR}/build -DCMAKE_PREFIX_PATH=${prefix}
+    -DREADME_HOST=${WORK_DIR}/readme_host.cpp)
 run(${CMAKE_COMMAND} --build ${WORK_DIR}/build)
-run(${CMAKE_COMMAND} -E env QT_QPA_PLATFORM=offscreen QT_LOGGING_RULES=zq.console.info=false
-    ${WORK_DIR}/build/consumer)
-message(STATUS "consumer printed: ${last_output}")
-if(NOT last_output STREQUAL "2 Jiangsu\n")
-    message(FATAL_ERROR "unexpected consumer output: '${last_output}'")
+# Both hosts start from the installed tree alone: no LD_LIBRARY_PATH.
+set(host_env ${CMAKE_COMMAND} -E env --unset=LD_LIBRARY_PATH QT_QPA_PLATFORM=offscreen
+    QT_LOGGING_RULES=zq.console.info=false ZQDATABASE_SYS_DIR=${WORK_DIR}/system
+    ZQDATABASE_USR_DIR=${WORK_DIR}/user)
+run(${host_env} ${WORK_DIR}/build/consumer)
+run(${host_env} ${WORK_DIR}/build/readme_host)
+message(STATUS "README host printed: ${last_output}")
+if(NOT last_output STREQUAL "2 rows; row 1, column 1: Jiangsu\n")
+    message(FATAL_ERROR "unexpected README host output: '${last_output}'")
 endif()
 
 run(${CMAKE_COMMAND} -E env PKG_CONFIG_PATH=${prefix}/lib/pkgconfig

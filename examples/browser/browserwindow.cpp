@@ -1,0 +1,215 @@
+#include "browserwindow.h"
+
+#include <database/databaseexport.h>
+#include <database/databasegenerator.h>
+#include <database/databasemanager.h>
+#include <database/databasetablemodel.h>
+#include <database/progressscope.h>
+#include <database/xlsxtodbgenerator.h>
+
+#include <core/settings.h>
+
+#include <QApplication>
+#include <QDir>
+#include <QFileDialog>
+#include <QFileInfo>
+#include <QHeaderView>
+#include <QLabel>
+#include <QLineEdit>
+#include <QListWidget>
+#include <QMessageBox>
+#include <QProgressDialog>
+#include <QSignalBlocker>
+#include <QSplitter>
+#include <QStatusBar>
+#include <QTableView>
+#include <QToolBar>
+
+using Database::DatabaseManager;
+
+BrowserWindow::BrowserWindow(QWidget *parent)
+    : QMainWindow(parent)
+    , m_catalogue(new QListWidget)
+    , m_table(new QTableView)
+    , m_separator(new QLineEdit(QStringLiteral(",")))
+    , m_model(new Database::DatabaseTableModel(this))
+{
+    setWindowTitle(tr("Database browser"));
+    QToolBar *tools = addToolBar(tr("Data"));
+    tools->setMovable(false);
+    tools->addAction(tr("Import text..."), this, &BrowserWindow::importText);
+    tools->addWidget(new QLabel(tr(" separator ")));
+    m_separator->setMaximumWidth(40);
+    m_separator->setToolTip(tr("Field separator of text files; \\t for a tab"));
+    tools->addWidget(m_separator);
+    tools->addSeparator();
+    tools->addAction(tr("Import spreadsheet..."), this, &BrowserWindow::importSpreadsheet);
+    tools->addAction(tr("Export CSV..."), this, &BrowserWindow::exportCsv);
+    tools->addAction(tr("Reload"), this, [this] {
+        const QListWidgetItem *current = m_catalogue->currentItem();
+        reloadCatalogue(current ? current->text() : QString());
+    });
+
+    m_table->setModel(m_model);
+    m_table->setAlternatingRowColors(true);
+    m_table->verticalHeader()->setDefaultSectionSize(fontMetrics().height() + 6);
+    auto *splitter = new QSplitter;
+    splitter->addWidget(m_catalogue);
+    splitter->addWidget(m_table);
+    splitter->setStretchFactor(1, 1);
+    splitter->setSizes({160, 840});
+    setCentralWidget(splitter);
+    connect(m_catalogue, &QListWidget::currentTextChanged, this, &BrowserWindow::showDatabase);
+    reloadCatalogue(QString());
+    m_table->setFocus();
+}
+
+bool BrowserWindow::showDefaultAt(int row)
+{
+    if (m_model->databaseName().isEmpty() || row >= m_model->rowCount())
+        return false;
+    m_table->scrollTo(m_model->index(row, 0), QAbstractItemView::PositionAtTop);
+    m_table->selectRow(row);
+    return true;
+}
+
+QString BrowserWindow::visibleCells() const
+{
+    const QWidget *viewport = m_table->viewport();
+    const int firstRow = m_table->rowAt(0);
+    int lastRow = m_table->rowAt(viewport->height() - 1);
+    lastRow = lastRow < 0 ? m_model->rowCount() - 1 : lastRow;
+    const int firstColumn = m_table->columnAt(0);
+    int lastColumn = m_table->columnAt(viewport->width() - 1);
+    lastColumn = lastColumn < 0 ? m_model->columnCount() - 1 : lastColumn;
+    QStringList lines{QStringLiteral("%1 %2 %3 %4")
+                              .arg(firstRow)
+                              .arg(lastRow - firstRow + 1)
+                              .arg(firstColumn)
+                              .arg(lastColumn - firstColumn + 1)};
+    for (int row = firstRow; row <= lastRow; ++row) {
+        QStringList cells;
+        for (int column = firstColumn; column <= lastColumn; ++column)
+            cells << m_model->index(row, column).data().toString();
+        lines << cells.join(QLatin1Char('|'));
+    }
+    return lines.join(QLatin1Char('\n')) + QLatin1Char('\n');
+}
+
+// Lists the catalogue, the default database first and in bold, and shows one of them (the
+// first if select is not there).
+void BrowserWindow::reloadCatalogue(const QString &select)
+{
+    DatabaseManager::instance()->reload();
+    const QStringList names = DatabaseManager::instance()->names();
+    const QSignalBlocker blocker(m_catalogue);
+    m_catalogue->clear();
+    m_catalogue->addItems(names);
+    if (!names.isEmpty() && names.first() == DatabaseManager::instance()->getDefaultDbName()) {
+        QFont font = m_catalogue->item(0)->font();
+        font.setBold(true);
+        m_catalogue->item(0)->setFont(font);
+    }
+    m_catalogue->setCurrentRow(qMax(0, names.indexOf(select)));
+    showDatabase();
+}
+
+void BrowserWindow::showDatabase()
+{
+    const QListWidgetItem *current = m_catalogue->currentItem();
+    const QString name = current ? current->text() : QString();
+    if (!m_model->setDatabaseName(name) && !name.isEmpty())
+        statusBar()->showMessage(tr("%1 cannot be read").arg(name));
+    else
+        statusBar()->showMessage(tr("%1: %Ln rows", nullptr, m_model->rowCount()).arg(name));
+}
+
+// Runs work while a progress dialog shows the library's reports. Pumping events from the
+// callback keeps the window drawn and the Cancel button live while the work runs on this thread.
+BrowserWindow::Outcome BrowserWindow::withProgress(const QString &label,
+                                                   const std::function<bool()> &work)
+{
+    QProgressDialog dialog(label, tr("Cancel"), 0, 1000, this);
+    dialog.setWindowModality(Qt::WindowModal);
+    dialog.setMinimumDuration(500);
+    Database::ProgressScope scope([&dialog](qint64 done, qint64 total) {
+        dialog.setValue(total > 0 ? int(done * 1000 / total) : 0);
+        QApplication::processEvents();
+        return !dialog.wasCanceled();
+    });
+    if (work())
+        return Outcome::Done;
+    if (!dialog.wasCanceled())
+        return Outcome::Failed;
+    statusBar()->showMessage(tr("Cancelled"));
+    return Outcome::Cancelled;
+}
+
+QString BrowserWindow::askSource(const QString &filter)
+{
+    return QFileDialog::getOpenFileName(this, tr("Import"), QString(), filter);
+}
+
+// Imports go to the user database directory, named after the source file.
+QString BrowserWindow::targetFile(const QString &source) const
+{
+    const QDir userDir(Core::Settings::instance().dbUsrDirPath());
+    userDir.mkpath(QStringLiteral("."));
+    return userDir.filePath(QFileInfo(source).baseName() + QStringLiteral(".db"));
+}
+
+void BrowserWindow::imported(Outcome outcome, const QString &log, const QString &source)
+{
+    if (outcome == Outcome::Failed)
+        QMessageBox::warning(this, tr("Import failed"), log);
+    reloadCatalogue(QFileInfo(source).baseName());
+}
+
+void BrowserWindow::importText()
+{
+    const QString source = askSource(tr("Text files (*.txt *.csv *.tsv);;All files (*)"));
+    if (source.isEmpty())
+        return;
+    Database::DatabaseGenerator generator;
+    QString separator = m_separator->text();
+    generator.setSeparator(separator.replace(QStringLiteral("\\t"), QStringLiteral("\t")));
+    // The shown database is left first: the import may write the very file it reads.
+    m_model->setDatabaseName(QString());
+    const Outcome outcome = withProgress(tr("Importing %1").arg(source), [&] {
+        return generator.importOriginalFile(source, targetFile(source));
+    });
+    imported(outcome, generator.getLog(), source);
+}
+
+void BrowserWindow::importSpreadsheet()
+{
+    const QString source = askSource(tr("Spreadsheets (*.xlsx *.xlsm)"));
+    if (source.isEmpty())
+        return;
+    Database::XlsxToDBGenerator generator;
+    m_model->setDatabaseName(QString());
+    const Outcome outcome = withProgress(tr("Importing %1").arg(source), [&] {
+        return generator.importOriginalFile(source, targetFile(source));
+    });
+    imported(outcome, generator.getLog(), source);
+}
+
+void BrowserWindow::exportCsv()
+{
+    const QString name = m_model->databaseName();
+    if (name.isEmpty())
+        return;
+    const QString target
+            = QFileDialog::getSaveFileName(this, tr("Export %1 as GBK CSV").arg(name),
+                                           name + QStringLiteral(".csv"), tr("CSV files (*.csv)"));
+    if (target.isEmpty())
+        return;
+    const QString source = DatabaseManager::instance()->path(name);
+    const Outcome outcome = withProgress(tr("Exporting %1").arg(name), [&] {
+        return Database::DatabaseExport::toCSV(source, target);
+    });
+    if (outcome == Outcome::Done)
+        statusBar()->showMessage(tr("Exported %1 to %2").arg(name, target));
+    else if (outcome == Outcome::Failed)
+        QMessageBox::warning(this, tr("Export failed"), tr("%1 could not be written.").arg(target));
+}

@@ -1,0 +1,120 @@
+#include <database/databasehandler.h>
+#include <database/databasehandlerfactory.h>
+#include <database/databasemanager.h>
+#include <database/databasetablemodel.h>
+
+#include "generateddatabase.h"
+
+#include <QtTest>
+
+using Database::DatabaseHandlerFactory;
+using Database::DatabaseTableModel;
+
+namespace {
+
+// Table t of n rows, its cells computed from the row number i (0-based).
+QString table(int t, int rows, const char *columns, const QString &values)
+{
+    return QStringLiteral("CREATE TABLE table%1 (%2); WITH RECURSIVE r(i) AS (SELECT 0 UNION ALL "
+                          "SELECT i + 1 FROM r WHERE i < %3) INSERT INTO table%1 SELECT %4 FROM r;")
+            .arg(t)
+            .arg(QLatin1String(columns))
+            .arg(rows - 1)
+            .arg(values);
+}
+
+// The importers' layout, with NULL, integer, real and text cells in column2.
+QString generated(int t, int rows)
+{
+    return table(t, rows, "id INTEGER PRIMARY KEY, column1 TEXT, column2 TEXT",
+                 QStringLiteral("NULL, 't%1r' || i, CASE i % 4 WHEN 0 THEN NULL WHEN 1 THEN i "
+                                "WHEN 2 THEN i / 4.0 ELSE 'c' END")
+                         .arg(t));
+}
+
+} // namespace
+
+class tst_DatabaseTableModel : public QObject
+{
+    Q_OBJECT
+
+private slots:
+    void initTestCase() { QStandardPaths::setTestModeEnabled(true); }
+    void init() { DatabaseHandlerFactory::init(); }
+    void cleanup() { DatabaseHandlerFactory::destruct(); }
+    void matchesRecordValue_data();
+    void matchesRecordValue();
+    void switchesDatabase();
+
+private:
+    TestSupport::LoadedCatalogue m_db;
+};
+
+void tst_DatabaseTableModel::matchesRecordValue_data()
+{
+    QTest::addColumn<QString>("sql");
+    QTest::addColumn<int>("validCells"); // of the rows read below, over every column
+
+    QTest::newRow("importer layout")
+            << generated(1, 50000) + generated(2, 50000) + generated(3, 7) << 18;
+    // table2 lacks column2 and ends early: its rows past 10 are past its end.
+    QTest::newRow("odd middle table")
+            << generated(1, 50000) + table(2, 10, "id INTEGER PRIMARY KEY, column1 TEXT", "NULL, i")
+                    + generated(3, 50000)
+            << 15;
+    QTest::newRow("no id, ID column kept") << table(1, 50000, "ID INTEGER, b TEXT", "i, 'b' || i")
+                    + table(2, 300, "ID INTEGER, b TEXT", "-i, 'z' || i")
+                                           << 14;
+    // An index orders a one-column select differently from the table.
+    QTest::newRow("indexed column")
+            << generated(1, 50000) + "CREATE INDEX i2 ON table1 (column2);" + generated(2, 3) << 10;
+}
+
+// Every cell of rows at block and table edges, read out of order, equals recordValue's.
+void tst_DatabaseTableModel::matchesRecordValue()
+{
+    QFETCH(QString, sql);
+    QFETCH(int, validCells);
+    const QString name = m_db.addWithSql("BEGIN;" + sql + "COMMIT;");
+    DatabaseTableModel model;
+    QVERIFY(model.setDatabaseName(name));
+    Database::DatabaseHandler *handler = DatabaseHandlerFactory::instance()->databaseHandler(name);
+    QCOMPARE(model.rowCount(), handler->getTableRecordCount());
+    QCOMPARE(model.headerData(1, Qt::Horizontal), QVariant(handler->getFieldNames().value(1)));
+    int valid = 0;
+    for (int row : {100009, 49999, 0, 255, 256, 50000, 50299, 50300, 50010, 100006, 100007}) {
+        for (int column = 0; column < handler->getFieldNames().size(); ++column) {
+            const QVariant expected = handler->recordValue(row, column, 50000);
+            const QVariant shown = model.data(model.index(row, column));
+            QCOMPARE(shown.type(), expected.type());
+            QCOMPARE(shown.isNull(), expected.isNull());
+            QCOMPARE(shown, expected);
+            valid += expected.isValid();
+        }
+    }
+    QCOMPARE(valid, validCells);
+}
+
+// A model follows its database as a reader: it leaves the old one, and a name it cannot show
+// leaves it empty and registered nowhere.
+void tst_DatabaseTableModel::switchesDatabase()
+{
+    const QString first = m_db.addGenerated({3}, 2);
+    const QString second = m_db.addGenerated({2, 2}, 3);
+    QVERIFY(TestSupport::writeFile(m_db.file("notadb"), QByteArray(4096, 'x')));
+    Database::DatabaseManager::instance()->reload();
+    DatabaseHandlerFactory *factory = DatabaseHandlerFactory::instance();
+    DatabaseTableModel model;
+    QVERIFY(model.setDatabaseName(first) && model.setDatabaseName(second));
+    QVERIFY(!factory->isOccupied(first) && factory->userList(second).size() == 1);
+    QCOMPARE(model.rowCount() * 10 + model.columnCount(), 4 * 10 + 3);
+    QCOMPARE(model.data(model.index(1, 2)).toString(), TestSupport::generatedCell(1, 1, 3));
+    for (const char *bad : {"notadb", "unknown"}) {
+        QVERIFY(!model.setDatabaseName(bad));
+        QCOMPARE(model.rowCount() + model.columnCount(), 0);
+        QVERIFY(factory->userList(bad).isEmpty() && !factory->isOccupied(second));
+    }
+}
+
+QTEST_MAIN(tst_DatabaseTableModel)
+#include "tst_databasetablemodel.moc"
