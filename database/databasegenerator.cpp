@@ -1,55 +1,19 @@
 #include "databasegenerator.h"
 
-#include "databasehandler.h"
+#include "tablewriter_p.h"
 #include "textlinereader.h"
 
 #include <QFile>
 #include <QFileInfo>
 #include <QObject>
 #include <QSqlDatabase>
-#include <QSqlDriver>
-#include <QSqlError>
-#include <QSqlQuery>
 #include <QTextCodec>
 #include <QTextStream>
-#include <QVarLengthArray>
-#include <QVariant>
-
-#include <sqlite3.h>
-
 #include <cstring>
-#include <memory>
 
 namespace Database {
 
 namespace {
-
-const QString ConnectionName = QStringLiteral("db_generator");
-
-// The creation statement of the generated layout; its spacing is part of the file format.
-QString createStatement(const QString &tableName, int columnCount)
-{
-    const QString columnTemplate = QStringLiteral(" columnA TEXT ");
-    QString sql = QStringLiteral("CREATE TABLE ") + tableName + QStringLiteral(" (")
-            + QStringLiteral("id") + QStringLiteral(" INTEGER PRIMARY KEY AUTOINCREMENT,");
-    for (int column = 1; column < columnCount; ++column) {
-        sql += QString(columnTemplate).replace(QLatin1Char('A'), QString::number(column))
-                + QLatin1Char(',');
-    }
-    sql += QString(columnTemplate).replace(QLatin1Char('A'), QString::number(columnCount));
-    sql += QStringLiteral(" )");
-    return sql;
-}
-
-QString insertStatement(const QString &tableName, int columnCount)
-{
-    QStringList marks;
-    for (int column = 0; column < columnCount; ++column)
-        marks << QStringLiteral("?");
-    return QStringLiteral("insert into %1 values (NULL,%2);")
-            .arg(tableName, marks.join(QStringLiteral(", ")));
-}
-
 
 // QTextStream converts what it reads in chunks of this size.
 const int StreamChunk = 16384;
@@ -145,131 +109,6 @@ QStringList splitLine(const char *data, int size, const QString &separator,
     return decodeLine(data, size, gb2312)
             .trimmed()
             .split(separator, Qt::SkipEmptyParts, Qt::CaseSensitive);
-}
-
-// The connection's own SQLite handle, or null when the driver offers none.
-sqlite3 *sqliteHandle(const QSqlDatabase &db)
-{
-    const QVariant handle = db.driver()->handle();
-    if (!handle.isValid() || qstrcmp(handle.typeName(), "sqlite3*") != 0)
-        return nullptr;
-    return *static_cast<sqlite3 *const *>(handle.constData());
-}
-
-// Inserts every row through QSqlQuery, preparing the statement again for each, and returns one
-// "Row = N; error" entry per failing row, numbered from 1.
-QStringList insertRows(const QSqlDatabase &db, QSqlQuery &query, const QString &sql,
-                       const QList<QStringList> &rows, int columnCount)
-{
-    sqlite3 *connection = sqliteHandle(db);
-    QStringList rowErrors;
-    int rowNumber = 0;
-    for (QStringList values : rows) {
-        ++rowNumber;
-        while (values.size() < columnCount)
-            values.append(QStringLiteral(""));
-        query.prepare(sql);
-        for (int column = 0; column < columnCount; ++column)
-            query.addBindValue(QVariant(values.at(column)), QSql::In);
-        query.exec();
-        if (query.lastError().isValid()) {
-            rowErrors.append(
-                    QObject::tr("Row = %1; %2").arg(rowNumber).arg(query.lastError().text()));
-            // Some errors (a full disk) make SQLite drop the whole transaction; the rows after
-            // it must not be committed one by one, so they go into a new one that is rolled
-            // back with the batch.
-            if (connection && sqlite3_get_autocommit(connection))
-                QSqlQuery(db).exec(QStringLiteral("BEGIN TRANSACTION;"));
-        }
-    }
-    return rowErrors;
-}
-
-// Appends value as UTF-8 when SQLite's own conversion of the UTF-16 text is plain encoding:
-// no surrogates, noncharacters or leading byte-order mark, which SQLite treats specially.
-bool appendUtf8(QByteArray *out, const QString &value)
-{
-    const int start = out->size();
-    out->resize(start + value.size() * 3);
-    char *to = out->data() + start;
-    const ushort *from = value.utf16();
-    const ushort *end = from + value.size();
-    if (from != end && *from == 0xfeff) {
-        out->resize(start);
-        return false;
-    }
-    for (; from != end; ++from) {
-        const ushort c = *from;
-        if (c < 0x80) {
-            *to++ = char(c);
-        } else if (c < 0x800) {
-            *to++ = char(0xc0 | (c >> 6));
-            *to++ = char(0x80 | (c & 0x3f));
-        } else if ((c >= 0xd800 && c < 0xe000) || c >= 0xfffe) {
-            out->resize(start);
-            return false;
-        } else {
-            *to++ = char(0xe0 | (c >> 12));
-            *to++ = char(0x80 | ((c >> 6) & 0x3f));
-            *to++ = char(0x80 | (c & 0x3f));
-        }
-    }
-    out->resize(int(to - out->constData()));
-    return true;
-}
-
-enum class DirectInsert { Unavailable, Inserted, Failed, FailedAfterWrites };
-
-// Inserts the rows through SQLite's C API on the connection's own handle, with one prepared
-// statement, binding exactly the UTF-16 text QSQLITE would bind. Stops at the first failure.
-DirectInsert insertDirectly(const QSqlDatabase &db, const QString &sql,
-                            const QList<QStringList> &rows, int columnCount)
-{
-    sqlite3 *connection = sqliteHandle(db);
-    if (!connection)
-        return DirectInsert::Unavailable;
-
-    sqlite3_stmt *prepared = nullptr;
-    const QByteArray utf8 = sql.toUtf8();
-    const int prepareResult =
-            sqlite3_prepare_v2(connection, utf8.constData(), utf8.size(), &prepared, nullptr);
-    std::unique_ptr<sqlite3_stmt, int (*)(sqlite3_stmt *)> statement(prepared, sqlite3_finalize);
-    if (prepareResult != SQLITE_OK || !prepared
-        || sqlite3_bind_parameter_count(prepared) != columnCount)
-        return DirectInsert::Failed;
-
-    bool written = false;
-    QByteArray utf8Row;
-    utf8Row.reserve(4096); // kept reserved, so that resize(0) keeps the buffer
-    QVarLengthArray<int, 32> ends(columnCount);
-    for (const QStringList &row : rows) {
-        const int present = qMin(row.size(), columnCount);
-        // All values of the row are encoded before any is bound: the buffer must not move.
-        utf8Row.resize(0);
-        for (int column = 0; column < present; ++column) {
-            ends[column] = appendUtf8(&utf8Row, row.at(column)) ? utf8Row.size() : -1;
-        }
-        int begin = 0;
-        for (int column = 0; column < present; ++column) {
-            if (ends[column] < 0) {
-                const QString &value = row.at(column);
-                sqlite3_bind_text16(prepared, column + 1, value.utf16(),
-                                    value.size() * int(sizeof(QChar)), SQLITE_STATIC);
-                continue;
-            }
-            sqlite3_bind_text(prepared, column + 1, utf8Row.constData() + begin,
-                              ends[column] - begin, SQLITE_STATIC);
-            begin = ends[column];
-        }
-        for (int column = present; column < columnCount; ++column)
-            sqlite3_bind_text(prepared, column + 1, "", 0, SQLITE_STATIC);
-        const int stepResult = sqlite3_step(prepared);
-        sqlite3_reset(prepared);
-        if (stepResult != SQLITE_DONE)
-            return written ? DirectInsert::FailedAfterWrites : DirectInsert::Failed;
-        written = true;
-    }
-    return DirectInsert::Inserted;
 }
 
 } // namespace
@@ -463,60 +302,43 @@ bool DatabaseGenerator::generateDatabase(const QString &databaseFile, const QStr
         }
     }
 
-    QSqlDatabase db = DatabaseHandler::createSqlDatabase(ConnectionName);
-    db.setDatabaseName(QFileInfo(databaseFile).absoluteFilePath());
-    if (!db.open()) {
+    QSqlDatabase db;
+    if (!TableWriter::openConnection(&db, databaseFile)) {
         m_errCode = OpenDatabaseFileFailed;
         m_log = QObject::tr("Open database file failed!");
         return false;
     }
     m_log = QString(QLatin1String(""));
-    bool ok = true;
 
     if (!makeDatabase(db, tableName, m_columnCount)) {
         m_log = QObject::tr("Create database fail");
         return false;
     }
 
-    const int columnCount = m_columnCount;
-    const QString insertSql = insertStatement(tableName, columnCount);
-    QSqlQuery query(db);
-    if (!query.exec(QStringLiteral("BEGIN TRANSACTION;"))) {
+    TableWriter writer(db, tableName, m_columnCount, TableWriter::Rows::PadAndTryEvery);
+    TableWriter::Insert inserted = TableWriter::Insert::BeginFailed;
+    if (writer.begin())
+        inserted = writer.insert(m_values);
+    if (inserted == TableWriter::Insert::BeginFailed) {
         m_log = QObject::tr("Database transaction error!");
         m_errCode = TransactionError;
         return false;
     }
-
-    QStringList rowErrors;
-    const DirectInsert direct = insertDirectly(db, insertSql, m_values, columnCount);
-    if (direct != DirectInsert::Inserted) {
-        if (direct == DirectInsert::FailedAfterWrites) {
-            // Start the batch over on the QSqlQuery path, whose log names every failing row.
-            query.exec(QStringLiteral("ROLLBACK;"));
-            if (!query.exec(QStringLiteral("BEGIN TRANSACTION;"))) {
-                m_log = QObject::tr("Database transaction error!");
-                m_errCode = TransactionError;
-                return false;
-            }
-        }
-        rowErrors = insertRows(db, query, insertSql, m_values, columnCount);
-        ok = rowErrors.isEmpty();
-    }
+    bool ok = inserted == TableWriter::Insert::Inserted;
 
     if (m_values.isEmpty()) {
         ok = false;
         m_log = QObject::tr("The source file is empty");
     }
     QString commitError;
-    if (ok && !query.exec(QStringLiteral("COMMIT;"))) {
-        // A batch whose commit failed (a full disk, a lock) was not written: say so.
-        commitError = query.lastError().text();
+    // A batch whose commit failed (a full disk, a lock) was not written: say so.
+    if (ok && !writer.commit(&commitError))
         ok = false;
-    }
     if (!ok) {
-        query.exec(QStringLiteral("ROLLBACK;"));
-        if (query.lastError().isValid() && commitError.isEmpty()) {
-            m_log = query.lastError().text();
+        QString rollbackError;
+        const QStringList rowErrors = writer.rowErrors();
+        if (!writer.rollback(&rollbackError) && commitError.isEmpty()) {
+            m_log = rollbackError;
         } else if (!commitError.isEmpty()) {
             m_log = commitError;
         } else if (rowErrors.isEmpty()) {
@@ -536,42 +358,15 @@ bool DatabaseGenerator::generateDatabase(const QString &databaseFile, const QStr
 bool DatabaseGenerator::makeDatabase(QSqlDatabase &database, const QString &tableName,
                                      const int &columnCount)
 {
-    if (!database.isOpen()) {
-        m_errCode = DatabaseNotOpen;
-        m_log = QObject::tr("Database not open");
-        return false;
-    }
-    if (tableName.isEmpty()) {
-        m_errCode = TableNameEmpty;
-        m_log = QObject::tr("Table name is empty");
-        return false;
-    }
-    if (columnCount <= 0) {
-        m_errCode = SourceFileEmpty;
-        m_log = QObject::tr("Please check the src file!");
-        return false;
-    }
-
-    QSqlQuery query(database);
-    query.exec(QStringLiteral("SELECT COUNT(0) FROM sqlite_master WHERE type = \"table\" AND name = \"")
-               + tableName + QLatin1Char('"'));
-    if (query.next() && query.value(0).toInt() == 1) {
-        bool ok = query.exec(QStringLiteral("DELETE FROM ") + tableName);
-        if (ok) {
-            ok = query.exec(QStringLiteral("UPDATE sqlite_sequence set seq=0 where name='")
-                            + tableName + QLatin1Char('\''));
-        }
-        m_errCode = ok ? NoError : CreateDatabaseError;
-        return ok;
-    }
-
-    query.exec(createStatement(tableName, columnCount));
-    if (query.lastError().isValid()) {
-        m_log = QObject::tr("Create database error");
-        m_errCode = CreateDatabaseError;
-        return false;
-    }
-    return true;
+    static const ErrCode codes[] = {NoError, NoError, DatabaseNotOpen, TableNameEmpty,
+                                    SourceFileEmpty, CreateDatabaseError, CreateDatabaseError};
+    const TableWriter::Table table = TableWriter::prepareTable(database, tableName, columnCount);
+    if (table != TableWriter::Table::Created)
+        m_errCode = codes[int(table)];
+    // Emptying an existing table that failed has no message of its own.
+    if (table != TableWriter::Table::NotEmptied)
+        m_log = TableWriter::message(table, m_log);
+    return table == TableWriter::Table::Created || table == TableWriter::Table::Emptied;
 }
 
 } // namespace Database
