@@ -1,6 +1,7 @@
 #include "databasegenerator.h"
 
 #include "tablewriter_p.h"
+#include "progressreport_p.h"
 #include "textlinereader.h"
 
 #include <QFile>
@@ -239,9 +240,11 @@ bool DatabaseGenerator::parserFromFile(const QString &sourceFile, const QString 
     bool pending = false;
     m_columnCount = 0;
 
+    // Bytes of the source; a cancel drops the batch being read, committed tables stay.
+    ProgressReport progress(file.size());
     const char *line = nullptr;
     int lineSize = 0;
-    while (reader.readLine(&line, &lineSize)) {
+    while (reader.readLine(&line, &lineSize) && progress.advance(reader.position())) {
         QStringList fields =
                 splitLine(line, lineSize, m_separator, byteSeparator, gb2312, m_columnCount);
         if (fields.isEmpty())
@@ -258,6 +261,8 @@ bool DatabaseGenerator::parserFromFile(const QString &sourceFile, const QString 
         ++rowsInBatch;
         pending = true;
         if (rowsInBatch >= batchRows) {
+            if (!progress.advance(reader.position(), true))
+                break;
             result = generateDatabase(databaseFile, QStringLiteral("table")
                                                             + QString::number(tableIndex))
                     && result;
@@ -269,12 +274,16 @@ bool DatabaseGenerator::parserFromFile(const QString &sourceFile, const QString 
             rowsInBatch = 0;
         }
     }
-    if (pending) {
+    if (!progress.isCancelled() && progress.finish() && pending) {
         result = generateDatabase(databaseFile,
                                   QStringLiteral("table") + QString::number(tableIndex))
                 && result;
     }
     file.close();
+    if (progress.isCancelled()) {
+        m_log = QObject::tr("Import cancelled");
+        return false;
+    }
     return result;
 }
 

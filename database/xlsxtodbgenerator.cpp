@@ -1,5 +1,6 @@
 #include "xlsxtodbgenerator.h"
 
+#include "progressreport_p.h"
 #include "tablewriter_p.h"
 
 #include <core/xlsxreader.h>
@@ -51,10 +52,16 @@ bool XlsxToDBGenerator::parserFromFile(const QString &sourceFile, const QString 
     int tableIndex = 1;
     int rowsInBatch = 0;
     bool pending = false;
+    const auto cancelled = [this] {
+        m_log = QObject::tr("Import cancelled");
+        return false;
+    };
+    // Rows of the sheet; a cancel drops the batch being read, committed tables stay.
+    ProgressReport progress(reader->rowCount());
     if (reader->rowCount() < 1)
-        return true;
+        return progress.finish() || cancelled();
 
-    for (int row = 0; row < reader->rowCount(); ++row) {
+    for (int row = 0; row < reader->rowCount() && progress.advance(row); ++row) {
         QStringList values;
         values.reserve(m_columnCount);
         for (int column = 0; column < m_columnCount; ++column)
@@ -65,6 +72,8 @@ bool XlsxToDBGenerator::parserFromFile(const QString &sourceFile, const QString 
         ++rowsInBatch;
         pending = true;
         if (rowsInBatch >= batchRows) {
+            if (!progress.advance(row + 1, true))
+                break;
             result = generateDatabase(databaseFile, QStringLiteral("table") + QString::number(tableIndex))
                     && result;
             ++tableIndex;
@@ -73,10 +82,10 @@ bool XlsxToDBGenerator::parserFromFile(const QString &sourceFile, const QString 
             rowsInBatch = 0;
         }
     }
-    if (pending)
+    if (!progress.isCancelled() && progress.finish() && pending)
         result = generateDatabase(databaseFile, QStringLiteral("table") + QString::number(tableIndex))
                 && result;
-    return result;
+    return progress.isCancelled() ? cancelled() : result;
 }
 
 // Writes m_values into tableName inside one transaction; the first bad row rolls the whole

@@ -1,4 +1,5 @@
 #include <database/databasegenerator.h>
+#include <database/sqlitehandle_p.h>
 
 #include "testsupport.h"
 
@@ -43,7 +44,10 @@ private slots:
     void import();
     void batches_data();
     void batches();
+    void matchesLineByLineReading_data();
     void matchesLineByLineReading();
+    void sqliteGuard_data();
+    void sqliteGuard();
 
 private:
     bool importFile(DatabaseGenerator &generator, const QByteArray &bytes)
@@ -147,6 +151,13 @@ void tst_DatabaseGenerator::import_data()
     addImport("failing rows roll the batch back", ",", "a,b\nbad,c\nd,e\nbad,f\n", "",
               "\nRow = 2; [^\n]*CHECK constraint failed[^\n]*\nRow = 4; [^\n]+",
               table.arg("CHECK (column1 <> 'bad')"));
+    // SQLite ends the transaction itself: the rows after the failing one must not commit.
+    const QString twoFail("\nRow = 2; [^\n]+\nRow = 4; [^\n]+");
+    addImport("constraint ends the transaction", ",", "b,1\nb,2\nc,3\nc,4\n", "", twoFail,
+              table.arg("UNIQUE ON CONFLICT ROLLBACK"));
+    addImport("trigger ends the transaction", ",", "a,b\nbad,c\nd,e\nbad,f\n", "", twoFail,
+              table.arg("") + "CREATE TRIGGER t BEFORE INSERT ON table1 WHEN NEW.column1 = "
+                              "'bad' BEGIN SELECT RAISE(ROLLBACK, 'no'); END;");
     addImport("commit fails", ",", ab, "", "FOREIGN KEY constraint failed[^\n]*",
               "CREATE TABLE parent (x PRIMARY KEY); "
                       + table.arg("REFERENCES parent DEFERRABLE INITIALLY DEFERRED"));
@@ -225,23 +236,47 @@ void tst_DatabaseGenerator::batches()
     QCOMPARE(found.join(QLatin1Char('\n')), tables);
 }
 
-// Random lines mixing line ends, byte-order marks, GB2312, invalid bytes and long lines give
-// the rows that QIODevice::readLine() and a QTextStream per line give. They are bound through
-// QSQLITE, so that both sides meet SQLite's conversion of odd UTF-16 in the same way.
-void tst_DatabaseGenerator::matchesLineByLineReading()
+// Crafted files put CRs and line ends at the edges of QIODevice's 16 KiB buffer and of the line
+// reader's 1 MiB block; random ones mix line ends, byte-order marks, GB2312, invalid bytes,
+// lone surrogates, U+FFFE / U+FFFF and long lines.
+void tst_DatabaseGenerator::matchesLineByLineReading_data()
 {
+    QTest::addColumn<QByteArray>("bytes");
+    const QByteArray head = QByteArray("h,h\n").repeated(6);
+    const auto edge = [&](int size, int before, const QByteArray &tail) {
+        return head + QByteArray(size - head.size() - before, 'x') + tail;
+    };
+    const int chunk = 16384;
+    QTest::newRow("CRs before buffer end") << edge(chunk, 5, "\r1\r2\r3\r\nq\rq\r\n");
+    QTest::newRow("CRLF across buffer end") << edge(chunk, 1, "\r\nb\r\n");
+    QTest::newRow("LF at buffer end") << edge(chunk, 1, "\nb\rc\n");
+    QTest::newRow("chunk-long line, CRLF") << edge(2 * chunk + head.size(), 0, "\r\r\nz\r\n");
+    QTest::newRow("CRLF across block end") << edge(1 << 20, 1, "\r\nb\r\n");
+    QTest::newRow("lines longer than a block") << edge(3 << 20, 0, "\r\n,\r\nend");
+
     const QByteArray pieces[] = {",", "\r", "\r\n", " ", "\t", "ab", "\"", "--", "\xb0\xa1",
                                  "\xc4\xe3", "\xff", "\x80", ",,", "\xfe\xff", "\xef\xbb\xbf",
-                                 "\xa1\xa1", "\xb0", "x y"};
-    QRandomGenerator random(1);
-    QByteArray bytes = QByteArray("h,h\n").repeated(6);
-    for (int line = 0; line < 6000; ++line) {
-        if (random.bounded(200) == 0)
-            bytes += QByteArray(random.bounded(30000), 'L');
-        for (int n = random.bounded(10); n > 0; --n)
-            bytes += pieces[random.bounded(int(sizeof pieces / sizeof *pieces))];
-        bytes += random.bounded(3) ? "\n" : "\r\n";
+                                 "\xa1\xa1", "\xb0", "x y", "\xff\xfe", QByteArray("\0\xd8", 2),
+                                 QByteArray("\0\xdc", 2), "\xff\xff", "\xfe\xff\xff"};
+    for (quint32 seed = 1; seed <= 3; ++seed) {
+        QRandomGenerator random(seed);
+        QByteArray bytes = head;
+        for (int line = 0; line < 5000; ++line) {
+            if (random.bounded(200) == 0)
+                bytes += QByteArray(random.bounded(30000), 'L');
+            for (int n = random.bounded(10); n > 0; --n)
+                bytes += pieces[random.bounded(int(sizeof pieces / sizeof *pieces))];
+            bytes += random.bounded(3) ? "\n" : "\r\n";
+        }
+        QTest::addRow("random %u", seed) << bytes;
     }
+}
+
+// Every line gives the row that QIODevice::readLine() and a QTextStream per line give, stored as
+// QSQLITE stores it: the values are bound through QSQLITE to compare.
+void tst_DatabaseGenerator::matchesLineByLineReading()
+{
+    QFETCH(QByteArray, bytes);
     DatabaseGenerator generator;
     QVERIFY2(importFile(generator, bytes), qPrintable(generator.getLog()));
 
@@ -274,8 +309,34 @@ void tst_DatabaseGenerator::matchesLineByLineReading()
         }
     }
     QSqlDatabase::removeDatabase(QStringLiteral("tst_reading"));
-    QVERIFY(rows > 4000);
+    QVERIFY(rows > 6);
     QCOMPARE(query(QStringLiteral("SELECT count(*) FROM table1;")), QString::number(rows));
+}
+
+void tst_DatabaseGenerator::sqliteGuard_data()
+{
+    QTest::addColumn<QByteArray>("module"); // empty: the QSQLITE plug-in
+    QTest::addColumn<bool>("shares");
+    QTest::newRow("plug-in on the system SQLite") << QByteArray() << true;
+    QTest::newRow("module bundling its own SQLite") << QByteArray(FAKE_SQLITE_MODULE) << false;
+    QTest::newRow("module without SQLite") << QByteArray(ZQCORE_LIBRARY_FILE) << false;
+    QTest::newRow("module not loaded") << QByteArray("/nonexistent/libqsqlite.so") << false;
+}
+
+// The C API path takes the driver's handle only when the plug-in calls our SQLite.
+void tst_DatabaseGenerator::sqliteGuard()
+{
+    QFETCH(QByteArray, module);
+    QFETCH(bool, shares);
+    const QSqlDatabase db = QSqlDatabase::addDatabase(QStringLiteral("QSQLITE"), QStringLiteral("guard"));
+    void *loaded = module.isEmpty() || module.startsWith("/nonexistent")
+            ? nullptr : dlopen(module.constData(), RTLD_NOW | RTLD_LOCAL);
+    if (module.isEmpty())
+        module = Database::driverModuleFile(db.driver());
+    QVERIFY(module.contains("libqsqlite") || loaded);
+    QCOMPARE(Database::moduleSharesSqlite(module), shares);
+    if (loaded)
+        dlclose(loaded);
 }
 
 QTEST_GUILESS_MAIN(tst_DatabaseGenerator)

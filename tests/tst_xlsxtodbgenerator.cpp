@@ -1,3 +1,5 @@
+#include <database/databasegenerator.h>
+#include <database/progressscope.h>
 #include <database/xlsxtodbgenerator.h>
 
 #include "testsupport.h"
@@ -26,6 +28,8 @@ private slots:
     void failedBatch();
     void rejected_data();
     void rejected();
+    void progress_data();
+    void progress();
 
 private:
     QString path(const QString &name) const { return m_dir->filePath(name); }
@@ -193,6 +197,55 @@ void tst_XlsxToDBGenerator::rejected()
     QCOMPARE(QFile::exists(path(QStringLiteral("out.db"))), false);
     QVERIFY(generator.importOriginalFile(good, path(QStringLiteral("good.db"))));
     QCOMPARE(generator.getLog(), QString());
+}
+
+void tst_XlsxToDBGenerator::progress_data()
+{
+    QTest::addColumn<bool>("sheet");
+    QTest::addColumn<bool>("cancel"); // at the first report past half the total
+    for (const bool sheet : {false, true}) {
+        QTest::addRow("%s", sheet ? "sheet" : "text") << sheet << false;
+        QTest::addRow("%s cancelled", sheet ? "sheet" : "text") << sheet << true;
+    }
+}
+
+// Reports start at 0, never go back and end at the total (bytes of a text file, rows of a
+// sheet), at least one per batch; a cancel keeps the committed table whole and writes no more.
+void tst_XlsxToDBGenerator::progress()
+{
+    QFETCH(bool, sheet);
+    QFETCH(bool, cancel);
+    const int rows = 100001;
+    const QString source = path(QStringLiteral("in"));
+    const QString database = path(QStringLiteral("out.db"));
+    QByteArray text;
+    for (int row = 1; row <= rows && !sheet; ++row)
+        text += "r" + QByteArray::number(row) + "c1,x\n";
+    QVERIFY(sheet ? TestSupport::writeXlsxGrid(source, rows, 2) : TestSupport::writeFile(source, text));
+
+    QList<QPair<qint64, qint64>> reports;
+    Database::ProgressScope scope([&](qint64 done, qint64 total) {
+        reports << qMakePair(done, total);
+        return !cancel || done <= total / 2;
+    });
+    Database::XlsxToDBGenerator fromSheet;
+    Database::DatabaseGenerator fromText;
+    const bool ok = sheet ? fromSheet.importOriginalFile(source, database)
+                          : fromText.importOriginalFile(source, database);
+    QCOMPARE(ok, !cancel);
+    QCOMPARE(sheet ? fromSheet.getLog() : fromText.getLog(), cancel ? "Import cancelled" : "");
+    const qint64 total = sheet ? rows : text.size();
+    QVERIFY(reports.size() >= 3 && reports.size() <= 400);
+    QCOMPARE(reports.first(), qMakePair(qint64(0), total));
+    for (int i = 1; i < reports.size(); ++i)
+        QVERIFY(reports.at(i).first >= reports.at(i - 1).first && reports.at(i).second == total);
+    QCOMPARE(reports.last().first == total, !cancel);
+    QCOMPARE(sqliteQuery(database, QStringLiteral("SELECT group_concat(name) FROM sqlite_master "
+                                                  "WHERE name GLOB 'table*';")),
+             cancel ? "table1" : "table1,table2,table3");
+    QCOMPARE(sqliteQuery(database, "SELECT count(*), min(id), group_concat(column1) GLOB "
+                                   "'r1c1,*,r50000c1' FROM (SELECT * FROM table1 ORDER BY id);"),
+             "50000|1|1");
 }
 
 QTEST_GUILESS_MAIN(tst_XlsxToDBGenerator)
