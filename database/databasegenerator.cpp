@@ -1,16 +1,16 @@
 #include "databasegenerator.h"
 
-#include "tablewriter_p.h"
 #include "progressreport_p.h"
+#include "tablewriter_p.h"
 #include "textlinereader.h"
 
+#include <cstring>
 #include <QFile>
 #include <QFileInfo>
 #include <QObject>
 #include <QSqlDatabase>
 #include <QTextCodec>
 #include <QTextStream>
-#include <cstring>
 
 namespace Database {
 
@@ -115,7 +115,8 @@ QStringList splitLine(const char *data, int size, const QString &separator,
 } // namespace
 
 DatabaseGenerator::DatabaseGenerator()
-    : m_errCode(NoError), m_columnCount(0)
+    : m_errCode(NoError)
+    , m_columnCount(0)
 {
     init();
 }
@@ -168,7 +169,7 @@ bool DatabaseGenerator::importOriginalFile(const QString &sourceFile, const QStr
 // Splits at most six non-empty head lines and requires the same field count in all of them;
 // sets m_columnCount to that count.
 DatabaseGenerator::ErrCode DatabaseGenerator::checkDefaultSeparator(const QString &sourceFile,
-                                                                     const QString &separator)
+                                                                    const QString &separator)
 {
     QFile file(sourceFile);
     if (!file.open(QIODevice::ReadOnly | QIODevice::Text)) {
@@ -245,8 +246,8 @@ bool DatabaseGenerator::parserFromFile(const QString &sourceFile, const QString 
     const char *line = nullptr;
     int lineSize = 0;
     while (reader.readLine(&line, &lineSize) && progress.advance(reader.position())) {
-        QStringList fields =
-                splitLine(line, lineSize, m_separator, byteSeparator, gb2312, m_columnCount);
+        QStringList fields
+                = splitLine(line, lineSize, m_separator, byteSeparator, gb2312, m_columnCount);
         if (fields.isEmpty())
             continue;
         if (fields.size() > m_columnCount)
@@ -263,8 +264,8 @@ bool DatabaseGenerator::parserFromFile(const QString &sourceFile, const QString 
         if (rowsInBatch >= batchRows) {
             if (!progress.advance(reader.position(), true))
                 break;
-            result = generateDatabase(databaseFile, QStringLiteral("table")
-                                                            + QString::number(tableIndex))
+            result = generateDatabase(databaseFile,
+                                      QStringLiteral("table") + QString::number(tableIndex))
                     && result;
             // An empty separator becomes "," for a one-column table.
             byteSeparator = asciiSeparator(m_separator);
@@ -367,8 +368,13 @@ bool DatabaseGenerator::generateDatabase(const QString &databaseFile, const QStr
 bool DatabaseGenerator::makeDatabase(QSqlDatabase &database, const QString &tableName,
                                      const int &columnCount)
 {
-    static const ErrCode codes[] = {NoError, NoError, DatabaseNotOpen, TableNameEmpty,
-                                    SourceFileEmpty, CreateDatabaseError, CreateDatabaseError};
+    static const ErrCode codes[] = {NoError,
+                                    NoError,
+                                    DatabaseNotOpen,
+                                    TableNameEmpty,
+                                    SourceFileEmpty,
+                                    CreateDatabaseError,
+                                    CreateDatabaseError};
     const TableWriter::Table table = TableWriter::prepareTable(database, tableName, columnCount);
     if (table != TableWriter::Table::Created)
         m_errCode = codes[int(table)];

@@ -16,7 +16,7 @@ QByteArray driverModuleFile(const QSqlDriver *driver)
         return QByteArray();
     // The vtable of the driver's own class lies in the plug-in that defines it.
     const void *vtable = *reinterpret_cast<const void *const *>(driver);
-    Dl_info info {};
+    Dl_info info{};
     if (!dladdr(vtable, &info) || !info.dli_fname)
         return QByteArray();
     return QByteArray(info.dli_fname);

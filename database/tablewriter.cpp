@@ -39,8 +39,7 @@ Statement prepareInsert(sqlite3 *connection, const QString &tableName, int colum
         sql += row;
     }
     sqlite3_stmt *prepared = nullptr;
-    if (sqlite3_prepare_v2(connection, sql.constData(), sql.size(), &prepared, nullptr)
-                != SQLITE_OK
+    if (sqlite3_prepare_v2(connection, sql.constData(), sql.size(), &prepared, nullptr) != SQLITE_OK
         || (prepared && sqlite3_bind_parameter_count(prepared) != columnCount * rows)) {
         sqlite3_finalize(prepared);
         prepared = nullptr;
@@ -129,7 +128,8 @@ TableWriter::Table TableWriter::prepareTable(QSqlDatabase &database, const QStri
         return Table::NoColumns;
 
     QSqlQuery query(database);
-    query.exec(QStringLiteral("SELECT COUNT(0) FROM sqlite_master WHERE type = \"table\" AND name = \"")
+    query.exec(QStringLiteral(
+                       "SELECT COUNT(0) FROM sqlite_master WHERE type = \"table\" AND name = \"")
                + tableName + QLatin1Char('"'));
     if (query.next() && query.value(0).toInt() == 1) {
         query.finish();
@@ -163,15 +163,14 @@ QString TableWriter::message(Table table, const QString &log)
     }
 }
 
-TableWriter::TableWriter(const QSqlDatabase &database, const QString &tableName,
-                         int columnCount, Rows policy)
-    : m_database(database),
-      m_tableName(tableName),
-      m_columnCount(columnCount),
-      m_policy(policy),
-      m_query(database)
-{
-}
+TableWriter::TableWriter(const QSqlDatabase &database, const QString &tableName, int columnCount,
+                         Rows policy)
+    : m_database(database)
+    , m_tableName(tableName)
+    , m_columnCount(columnCount)
+    , m_policy(policy)
+    , m_query(database)
+{ }
 
 bool TableWriter::begin()
 {
@@ -253,8 +252,8 @@ TableWriter::Direct TableWriter::insertDirectly(const QList<QStringList> &rows, 
                 || (m_policy == Rows::StopAtFirst && row.size() != columnCount))
                 return Direct::Failed;
             for (int column = 0; column < row.size(); ++column) {
-                ends[i * columnCount + column] =
-                        appendUtf8(&utf8, row.at(column)) ? utf8.size() : -1;
+                ends[i * columnCount + column]
+                        = appendUtf8(&utf8, row.at(column)) ? utf8.size() : -1;
             }
         }
         int begin = 0;

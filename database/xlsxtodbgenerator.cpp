@@ -12,7 +12,9 @@
 
 namespace Database {
 
-XlsxToDBGenerator::XlsxToDBGenerator() : m_columnCount(0) { }
+XlsxToDBGenerator::XlsxToDBGenerator()
+    : m_columnCount(0)
+{ }
 
 XlsxToDBGenerator::XlsxToDBGenerator(const XlsxToDBGenerator &other) = default;
 XlsxToDBGenerator &XlsxToDBGenerator::operator=(const XlsxToDBGenerator &other) = default;
@@ -74,7 +76,8 @@ bool XlsxToDBGenerator::parserFromFile(const QString &sourceFile, const QString 
         if (rowsInBatch >= batchRows) {
             if (!progress.advance(row + 1, true))
                 break;
-            result = generateDatabase(databaseFile, QStringLiteral("table") + QString::number(tableIndex))
+            result = generateDatabase(databaseFile,
+                                      QStringLiteral("table") + QString::number(tableIndex))
                     && result;
             ++tableIndex;
             m_values.clear();
@@ -83,7 +86,8 @@ bool XlsxToDBGenerator::parserFromFile(const QString &sourceFile, const QString 
         }
     }
     if (!progress.isCancelled() && progress.finish() && pending)
-        result = generateDatabase(databaseFile, QStringLiteral("table") + QString::number(tableIndex))
+        result = generateDatabase(databaseFile,
+                                  QStringLiteral("table") + QString::number(tableIndex))
                 && result;
     return progress.isCancelled() ? cancelled() : result;
 }
