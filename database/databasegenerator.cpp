@@ -51,12 +51,17 @@ QByteArray asciiSeparator(const QString &separator)
 }
 
 // Decodes one line as a QTextStream with the line's codec does: one conversion with a fresh
-// state when the line fits into the stream's single chunk.
-QString decodeLine(const char *data, int size, QTextCodec *gb2312)
+// state when the line fits into the stream's single chunk. GB2312 is stateless and a line feed
+// ends any sequence, so lines that end in one share gbState: opening a converter per line
+// costs more than converting it.
+QString decodeLine(const char *data, int size, QTextCodec *gb2312,
+                   QTextCodec::ConverterState *gbState)
 {
     const QByteArray bytes = QByteArray::fromRawData(data, size);
     QTextCodec *codec = QTextCodec::codecForUtfText(bytes, gb2312);
     if (codec && size <= StreamChunk) {
+        if (codec == gb2312 && data[size - 1] == '\n')
+            return codec->toUnicode(data, size, gbState);
         QTextCodec::ConverterState state;
         return codec->toUnicode(data, size, &state);
     }
@@ -103,11 +108,12 @@ QStringList splitAscii(const char *data, int size, const QByteArray &separator, 
 
 // Turns one raw line into its fields; an empty list when the line holds none.
 QStringList splitLine(const char *data, int size, const QString &separator,
-                      const QByteArray &byteSeparator, QTextCodec *gb2312, int expected)
+                      const QByteArray &byteSeparator, QTextCodec *gb2312,
+                      QTextCodec::ConverterState *gbState, int expected)
 {
     if (!byteSeparator.isEmpty() && isAscii(data, size))
         return splitAscii(data, size, byteSeparator, expected);
-    return decodeLine(data, size, gb2312)
+    return decodeLine(data, size, gb2312, gbState)
             .trimmed()
             .split(separator, Qt::SkipEmptyParts, Qt::CaseSensitive);
 }
@@ -234,6 +240,7 @@ bool DatabaseGenerator::parserFromFile(const QString &sourceFile, const QString 
     file.setTextModeEnabled(false);
     TextLineReader reader(&file);
     QTextCodec *gb2312 = QTextCodec::codecForName("GB2312");
+    QTextCodec::ConverterState gbState;
     QByteArray byteSeparator = asciiSeparator(m_separator);
     bool result = true;
     int tableIndex = 1;
@@ -246,8 +253,8 @@ bool DatabaseGenerator::parserFromFile(const QString &sourceFile, const QString 
     const char *line = nullptr;
     int lineSize = 0;
     while (reader.readLine(&line, &lineSize) && progress.advance(reader.position())) {
-        QStringList fields
-                = splitLine(line, lineSize, m_separator, byteSeparator, gb2312, m_columnCount);
+        QStringList fields = splitLine(line, lineSize, m_separator, byteSeparator, gb2312, &gbState,
+                                       m_columnCount);
         if (fields.isEmpty())
             continue;
         if (fields.size() > m_columnCount)
