@@ -33,12 +33,6 @@ bool isAscii(const char *data, int size)
     return (bits & Q_UINT64_C(0x8080808080808080)) == 0;
 }
 
-// The white space of QChar::isSpace() below 128.
-bool isAsciiSpace(char c)
-{
-    return c == ' ' || (c >= '\t' && c <= '\r');
-}
-
 // The separator's bytes when a byte search finds exactly what QString::split() finds; empty
 // otherwise.
 QByteArray asciiSeparator(const QString &separator)
@@ -71,52 +65,20 @@ QString decodeLine(const char *data, int size, QTextCodec *gb2312,
     return stream.readAll();
 }
 
-// QString::trimmed() and split(separator, Qt::SkipEmptyParts) done on the bytes of an ASCII
-// line, which decode to the same characters in GB2312.
-QStringList splitAscii(const char *data, int size, const QByteArray &separator, int expected)
-{
-    const char *begin = data;
-    const char *end = data + size;
-    while (begin < end && isAsciiSpace(*begin))
-        ++begin;
-    while (end > begin && isAsciiSpace(end[-1]))
-        --end;
+// The batch parserFromFile is filling, which generateDatabase writes; without one it writes
+// m_values.
+thread_local const RowBatch *currentBatch = nullptr;
 
-    QStringList fields;
-    fields.reserve(expected);
-    const char first = separator.at(0);
-    const int separatorSize = separator.size();
-    const char *from = begin;
-    for (;;) {
-        const char *hit = from;
-        for (;;) {
-            hit = static_cast<const char *>(std::memchr(hit, first, size_t(end - hit)));
-            if (!hit || end - hit < separatorSize
-                || std::memcmp(hit, separator.constData(), size_t(separatorSize)) == 0)
-                break;
-            ++hit;
-        }
-        if (!hit || end - hit < separatorSize)
-            hit = end;
-        if (hit > from)
-            fields.append(QString::fromLatin1(from, int(hit - from)));
-        if (hit == end)
-            return fields;
-        from = hit + separatorSize;
+struct CurrentBatch
+{
+    explicit CurrentBatch(const RowBatch *batch)
+        : outer(currentBatch)
+    {
+        currentBatch = batch;
     }
-}
-
-// Turns one raw line into its fields; an empty list when the line holds none.
-QStringList splitLine(const char *data, int size, const QString &separator,
-                      const QByteArray &byteSeparator, QTextCodec *gb2312,
-                      QTextCodec::ConverterState *gbState, int expected)
-{
-    if (!byteSeparator.isEmpty() && isAscii(data, size))
-        return splitAscii(data, size, byteSeparator, expected);
-    return decodeLine(data, size, gb2312, gbState)
-            .trimmed()
-            .split(separator, Qt::SkipEmptyParts, Qt::CaseSensitive);
-}
+    ~CurrentBatch() { currentBatch = outer; }
+    const RowBatch *outer;
+};
 
 } // namespace
 
@@ -250,22 +212,35 @@ bool DatabaseGenerator::parserFromFile(const QString &sourceFile, const QString 
 
     // Bytes of the source; a cancel drops the batch being read, committed tables stay.
     ProgressReport progress(file.size());
+    // ASCII lines are split on their bytes and kept as bytes, which decode to the same
+    // characters in GB2312 and are written as they are.
+    RowBatch batch;
+    const CurrentBatch current(&batch);
     const char *line = nullptr;
     int lineSize = 0;
     while (reader.readLine(&line, &lineSize) && progress.advance(reader.position())) {
-        QStringList fields = splitLine(line, lineSize, m_separator, byteSeparator, gb2312, &gbState,
-                                       m_columnCount);
-        if (fields.isEmpty())
+        int fieldCount = 0;
+        if (!byteSeparator.isEmpty() && isAscii(line, lineSize)) {
+            fieldCount = batch.appendAscii(line, lineSize, byteSeparator);
+        } else {
+            const QStringList fields
+                    = decodeLine(line, lineSize, gb2312, &gbState)
+                              .trimmed()
+                              .split(m_separator, Qt::SkipEmptyParts, Qt::CaseSensitive);
+            fieldCount = fields.size();
+            if (fieldCount > 0)
+                batch.append(fields);
+        }
+        if (fieldCount == 0)
             continue;
-        if (fields.size() > m_columnCount)
-            m_columnCount = fields.size();
+        if (fieldCount > m_columnCount)
+            m_columnCount = fieldCount;
         if (m_columnCount == 0) {
             result = false;
             m_log = QStringLiteral("Source file empty");
             m_errCode = SourceFileEmpty;
             break;
         }
-        m_values.append(std::move(fields));
         ++rowsInBatch;
         pending = true;
         if (rowsInBatch >= batchRows) {
@@ -277,7 +252,7 @@ bool DatabaseGenerator::parserFromFile(const QString &sourceFile, const QString 
             // An empty separator becomes "," for a one-column table.
             byteSeparator = asciiSeparator(m_separator);
             ++tableIndex;
-            m_values.clear();
+            batch.clear();
             pending = false;
             rowsInBatch = 0;
         }
@@ -288,6 +263,8 @@ bool DatabaseGenerator::parserFromFile(const QString &sourceFile, const QString 
                 && result;
     }
     file.close();
+    // The rows of the last, partial batch stay until the next parse.
+    m_values = batch.toList();
     if (progress.isCancelled()) {
         m_log = QObject::tr("Import cancelled");
         return false;
@@ -332,10 +309,12 @@ bool DatabaseGenerator::generateDatabase(const QString &databaseFile, const QStr
         return false;
     }
 
+    const RowBatch values = currentBatch ? RowBatch() : RowBatch(m_values);
+    const RowBatch &rows = currentBatch ? *currentBatch : values;
     TableWriter writer(db, tableName, m_columnCount, TableWriter::Rows::PadAndTryEvery);
     TableWriter::Insert inserted = TableWriter::Insert::BeginFailed;
     if (writer.begin())
-        inserted = writer.insert(m_values);
+        inserted = writer.insert(rows);
     if (inserted == TableWriter::Insert::BeginFailed) {
         m_log = QObject::tr("Database transaction error!");
         m_errCode = TransactionError;
@@ -343,7 +322,7 @@ bool DatabaseGenerator::generateDatabase(const QString &databaseFile, const QStr
     }
     bool ok = inserted == TableWriter::Insert::Inserted;
 
-    if (m_values.isEmpty()) {
+    if (rows.isEmpty()) {
         ok = false;
         m_log = QObject::tr("The source file is empty");
     }

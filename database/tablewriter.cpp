@@ -11,6 +11,7 @@
 
 #include <sqlite3.h>
 
+#include <cstring>
 #include <memory>
 
 namespace Database {
@@ -82,6 +83,99 @@ bool appendUtf8(QByteArray *out, const QString &value)
 }
 
 } // namespace
+
+RowBatch::RowBatch(const QList<QStringList> &rows)
+{
+    for (const QStringList &row : rows)
+        append(row);
+}
+
+void RowBatch::clear()
+{
+    // Emptied in place: the next batch needs the same room.
+    m_rows.resize(0);
+    m_bytes.resize(0);
+    m_ends.resize(1);
+    m_strings.clear();
+}
+
+int RowBatch::appendAscii(const char *data, int size, const QByteArray &separator)
+{
+    // The white space of QChar::isSpace() below 128.
+    const auto isSpace = [](char c) { return c == ' ' || (c >= '\t' && c <= '\r'); };
+    const char *begin = data;
+    const char *end = data + size;
+    while (begin < end && isSpace(*begin))
+        ++begin;
+    while (end > begin && isSpace(end[-1]))
+        --end;
+
+    const int first = m_ends.size() - 1;
+    const char head = separator.at(0);
+    const int separatorSize = separator.size();
+    for (const char *from = begin;;) {
+        const char *hit = from;
+        for (;;) {
+            hit = static_cast<const char *>(std::memchr(hit, head, size_t(end - hit)));
+            if (!hit || end - hit < separatorSize
+                || std::memcmp(hit, separator.constData(), size_t(separatorSize)) == 0)
+                break;
+            ++hit;
+        }
+        if (!hit || end - hit < separatorSize)
+            hit = end;
+        if (hit > from) {
+            m_bytes.append(from, int(hit - from));
+            m_ends.append(m_bytes.size());
+        }
+        if (hit == end)
+            break;
+        from = hit + separatorSize;
+    }
+    const int count = m_ends.size() - 1 - first;
+    if (count > 0)
+        m_rows.append(Row{first, count, true});
+    return count;
+}
+
+void RowBatch::append(const QStringList &fields)
+{
+    m_rows.append(Row{m_strings.size(), fields.size(), false});
+    m_strings.append(fields);
+}
+
+const QStringList *RowBatch::strings(int row) const
+{
+    const Row &r = m_rows.at(row);
+    return r.isBytes ? nullptr : &m_strings.at(r.first);
+}
+
+const char *RowBatch::bytes(int row, int column, int *size) const
+{
+    const int field = m_rows.at(row).first + column;
+    *size = m_ends.at(field + 1) - m_ends.at(field);
+    return m_bytes.constData() + m_ends.at(field);
+}
+
+QList<QStringList> RowBatch::toList() const
+{
+    QList<QStringList> rows;
+    rows.reserve(m_rows.size());
+    for (int row = 0; row < m_rows.size(); ++row) {
+        if (const QStringList *fields = strings(row)) {
+            rows.append(*fields);
+            continue;
+        }
+        QStringList fields;
+        fields.reserve(fieldCount(row));
+        for (int column = 0, size = 0; column < fieldCount(row); ++column) {
+            const char *data = bytes(row, column, &size);
+            fields.append(QString::fromLatin1(data, size));
+        }
+        rows.append(fields);
+    }
+    return rows;
+}
 
 QString columnDefinitions(int columnCount)
 {
@@ -177,7 +271,7 @@ bool TableWriter::begin()
     return m_query.exec(QStringLiteral("BEGIN TRANSACTION;"));
 }
 
-TableWriter::Insert TableWriter::insert(const QList<QStringList> &rows)
+TableWriter::Insert TableWriter::insert(const RowBatch &rows)
 {
     m_rowErrors.clear();
     bool written = false;
@@ -195,7 +289,7 @@ TableWriter::Insert TableWriter::insert(const QList<QStringList> &rows)
         if (sqlite3_get_autocommit(connection) && !begin())
             return Insert::BeginFailed;
     }
-    return insertRows(rows) ? Insert::Inserted : Insert::RowsFailed;
+    return insertRows(rows.toList()) ? Insert::Inserted : Insert::RowsFailed;
 }
 
 bool TableWriter::exec(const QString &statement, QString *error)
@@ -220,7 +314,7 @@ bool TableWriter::rollback(QString *error)
 
 // Binds exactly the text QSQLITE would bind, several rows per statement, on the connection's
 // own handle. Stops at the first failure; *written tells whether earlier statements wrote rows.
-TableWriter::Direct TableWriter::insertDirectly(const QList<QStringList> &rows, bool *written)
+TableWriter::Direct TableWriter::insertDirectly(const RowBatch &rows, bool *written)
 {
     sqlite3 *connection = sqliteHandle(m_database);
     if (!connection || rows.isEmpty())
@@ -244,36 +338,43 @@ TableWriter::Direct TableWriter::insertDirectly(const QList<QStringList> &rows, 
                 return Direct::Failed;
         }
         sqlite3_stmt *statement = rest ? rest.get() : full.get();
-        // Every value of the statement is encoded before any is bound: the buffer must not move.
+        // Decoded values are all encoded before any is bound: the buffer must not move.
         utf8.resize(0);
         for (int i = 0; i < count; ++i) {
-            const QStringList &row = rows.at(first + i);
-            if (row.size() > columnCount
-                || (m_policy == Rows::StopAtFirst && row.size() != columnCount))
+            const int present = rows.fieldCount(first + i);
+            if (present > columnCount || (m_policy == Rows::StopAtFirst && present != columnCount))
                 return Direct::Failed;
-            for (int column = 0; column < row.size(); ++column) {
-                ends[i * columnCount + column]
-                        = appendUtf8(&utf8, row.at(column)) ? utf8.size() : -1;
+            if (const QStringList *fields = rows.strings(first + i)) {
+                for (int column = 0; column < present; ++column) {
+                    ends[i * columnCount + column]
+                            = appendUtf8(&utf8, fields->at(column)) ? utf8.size() : -1;
+                }
             }
         }
         int begin = 0;
-        for (int i = 0; i < count; ++i) {
-            const QStringList &row = rows.at(first + i);
-            const int base = i * columnCount;
-            for (int column = 0; column < row.size(); ++column) {
-                const int end = ends[base + column];
+        for (int i = 0, parameter = 1; i < count; ++i) {
+            const QStringList *fields = rows.strings(first + i);
+            const int present = rows.fieldCount(first + i);
+            for (int column = 0; column < present; ++column, ++parameter) {
+                if (!fields) {
+                    int size = 0;
+                    const char *data = rows.bytes(first + i, column, &size);
+                    sqlite3_bind_text(statement, parameter, data, size, SQLITE_STATIC);
+                    continue;
+                }
+                const int end = ends[i * columnCount + column];
                 if (end < 0) {
-                    const QString &value = row.at(column);
-                    sqlite3_bind_text16(statement, base + column + 1, value.utf16(),
+                    const QString &value = fields->at(column);
+                    sqlite3_bind_text16(statement, parameter, value.utf16(),
                                         value.size() * int(sizeof(QChar)), SQLITE_STATIC);
                     continue;
                 }
-                sqlite3_bind_text(statement, base + column + 1, utf8.constData() + begin,
-                                  end - begin, SQLITE_STATIC);
+                sqlite3_bind_text(statement, parameter, utf8.constData() + begin, end - begin,
+                                  SQLITE_STATIC);
                 begin = end;
             }
-            for (int column = row.size(); column < columnCount; ++column)
-                sqlite3_bind_text(statement, base + column + 1, "", 0, SQLITE_STATIC);
+            for (int column = present; column < columnCount; ++column, ++parameter)
+                sqlite3_bind_text(statement, parameter, "", 0, SQLITE_STATIC);
         }
         const int result = sqlite3_step(statement);
         sqlite3_reset(statement);

@@ -6,12 +6,48 @@
 #include <QSqlQuery>
 #include <QString>
 #include <QStringList>
+#include <QVector>
 
 namespace Database {
 
 // " column1 TEXT , column2 TEXT ": the value columns of generated tables and of the memory
 // table; the blanks are part of the statement text.
 QString columnDefinitions(int columnCount);
+
+// The rows of one batch. Lines of ASCII bytes stay bytes, split in place, so that the direct
+// path binds them as they are; other rows are the decoded fields.
+class RowBatch
+{
+public:
+    RowBatch() = default;
+    explicit RowBatch(const QList<QStringList> &rows);
+
+    int size() const { return m_rows.size(); }
+    bool isEmpty() const { return m_rows.isEmpty(); }
+    void clear();
+    // Keeps the fields that QString::trimmed() and split(separator, Qt::SkipEmptyParts) give on
+    // the decoded line; returns their number, 0 when there is none and nothing was kept.
+    int appendAscii(const char *data, int size, const QByteArray &separator);
+    void append(const QStringList &fields);
+
+    int fieldCount(int row) const { return m_rows.at(row).count; }
+    // The decoded fields, or null for a row of bytes.
+    const QStringList *strings(int row) const;
+    const char *bytes(int row, int column, int *size) const;
+    QList<QStringList> toList() const;
+
+private:
+    struct Row
+    {
+        int first; // in m_ends for bytes, in m_strings otherwise
+        int count;
+        bool isBytes;
+    };
+    QVector<Row> m_rows;
+    QByteArray m_bytes;
+    QVector<int> m_ends{0}; // field i is m_bytes[m_ends[i], m_ends[i + 1])
+    QList<QStringList> m_strings;
+};
 
 // Writes one batch of rows into one generated table (id INTEGER PRIMARY KEY AUTOINCREMENT,
 // column1 .. columnN TEXT) for both importers, which keep their own messages and codes.
@@ -43,7 +79,7 @@ public:
     bool begin();
     // Inserts the rows inside the open transaction; a failing row leaves the transaction to be
     // rolled back. rowErrors() then holds "Row = N; error" per failing row, numbered from 1.
-    Insert insert(const QList<QStringList> &rows);
+    Insert insert(const RowBatch &rows);
     QStringList rowErrors() const { return m_rowErrors; }
     // False with the driver's text when the statement fails.
     bool commit(QString *error);
@@ -51,7 +87,7 @@ public:
 
 private:
     enum class Direct { Unavailable, Inserted, Failed };
-    Direct insertDirectly(const QList<QStringList> &rows, bool *written);
+    Direct insertDirectly(const RowBatch &rows, bool *written);
     bool insertRows(const QList<QStringList> &rows);
     bool exec(const QString &statement, QString *error);
 

@@ -126,7 +126,8 @@ bool XlsxToDBGenerator::generateDatabase(const QString &databaseFile, const QStr
         return false;
     }
     // A commit that fails (a full disk, a lock) leaves the batch unwritten, so it fails too.
-    bool ok = writer.insert(m_values) == TableWriter::Insert::Inserted && writer.commit(nullptr);
+    bool ok = writer.insert(RowBatch(m_values)) == TableWriter::Insert::Inserted
+            && writer.commit(nullptr);
     if (!ok) {
         writer.rollback(nullptr);
         // Replaces the row message on purpose: a failed batch reads as a failed commit.
