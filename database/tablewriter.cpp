@@ -51,13 +51,12 @@ Statement prepareInsert(sqlite3 *connection, const QString &tableName, int colum
 // Appends value as UTF-8 when SQLite's own conversion of the UTF-16 text QSQLITE binds is plain
 // encoding: no surrogates, noncharacters U+FFFE / U+FFFF or leading byte-order mark, which
 // SQLite treats in its own way.
-bool appendUtf8(QByteArray *out, const QString &value)
+bool appendUtf8(QByteArray *out, const ushort *from, int size)
 {
     const int start = out->size();
-    out->resize(start + value.size() * 3);
+    out->resize(start + size * 3);
     char *to = out->data() + start;
-    const ushort *from = value.utf16();
-    const ushort *end = from + value.size();
+    const ushort *end = from + size;
     if (from != end && *from == 0xfeff) {
         out->resize(start);
         return false;
@@ -82,6 +81,11 @@ bool appendUtf8(QByteArray *out, const QString &value)
     return true;
 }
 
+bool appendUtf8(QByteArray *out, const QString &value)
+{
+    return appendUtf8(out, value.utf16(), value.size());
+}
+
 } // namespace
 
 RowBatch::RowBatch(const QList<QStringList> &rows)
@@ -94,6 +98,7 @@ void RowBatch::clear()
 {
     // Emptied in place: the next batch needs the same room.
     m_rows.resize(0);
+    m_bytes.reserve(m_bytes.capacity()); // keeps the buffer through resize(0)
     m_bytes.resize(0);
     m_ends.resize(1);
     m_strings.clear();
@@ -138,6 +143,31 @@ int RowBatch::appendAscii(const char *data, int size, const QByteArray &separato
     return count;
 }
 
+int RowBatch::appendText(const QString &line, const QString &separator)
+{
+    const QString text = line.trimmed();
+    const int first = m_ends.size() - 1;
+    const int bytes = m_bytes.size();
+    for (int from = 0; from <= text.size();) {
+        int hit = text.indexOf(separator, from, Qt::CaseSensitive);
+        if (hit < 0)
+            hit = text.size();
+        if (hit > from) {
+            if (!appendUtf8(&m_bytes, text.utf16() + from, hit - from)) {
+                m_bytes.resize(bytes);
+                m_ends.resize(first + 1);
+                return -1;
+            }
+            m_ends.append(m_bytes.size());
+        }
+        from = hit + separator.size();
+    }
+    const int count = m_ends.size() - 1 - first;
+    if (count > 0)
+        m_rows.append(Row{first, count, true});
+    return count;
+}
+
 void RowBatch::append(const QStringList &fields)
 {
     m_rows.append(Row{m_strings.size(), fields.size(), false});
@@ -170,7 +200,7 @@ QList<QStringList> RowBatch::toList() const
         fields.reserve(fieldCount(row));
         for (int column = 0, size = 0; column < fieldCount(row); ++column) {
             const char *data = bytes(row, column, &size);
-            fields.append(QString::fromLatin1(data, size));
+            fields.append(QString::fromUtf8(data, size));
         }
         rows.append(fields);
     }

@@ -14,8 +14,9 @@ namespace Database {
 // table; the blanks are part of the statement text.
 QString columnDefinitions(int columnCount);
 
-// The rows of one batch. Lines of ASCII bytes stay bytes, split in place, so that the direct
-// path binds them as they are; other rows are the decoded fields.
+// The rows of one batch. Lines of ASCII bytes stay bytes, split in place, and decoded lines
+// become UTF-8, so that the direct path binds them as they are; rows SQLite would convert in its
+// own way keep their decoded fields.
 class RowBatch
 {
 public:
@@ -28,6 +29,9 @@ public:
     // Keeps the fields that QString::trimmed() and split(separator, Qt::SkipEmptyParts) give on
     // the decoded line; returns their number, 0 when there is none and nothing was kept.
     int appendAscii(const char *data, int size, const QByteArray &separator);
+    // As appendAscii for a decoded line and a separator that is not empty; -1 (nothing kept)
+    // when a value holds text that only its UTF-16 form binds exactly.
+    int appendText(const QString &line, const QString &separator);
     void append(const QStringList &fields);
 
     int fieldCount(int row) const { return m_rows.at(row).count; }
