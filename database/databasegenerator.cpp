@@ -212,8 +212,8 @@ bool DatabaseGenerator::parserFromFile(const QString &sourceFile, const QString 
 
     // Bytes of the source; a cancel drops the batch being read, committed tables stay.
     ProgressReport progress(file.size());
-    // ASCII lines are split on their bytes and kept as bytes, which decode to the same
-    // characters in GB2312 and are written as they are.
+    // ASCII lines are split on their bytes, which decode to the same characters in GB2312, and
+    // kept as bytes; decoded lines are kept as UTF-8 where SQLite would store the same.
     RowBatch batch;
     const CurrentBatch current(&batch);
     const char *line = nullptr;
