@@ -1,4 +1,5 @@
 #include "databaseexport.h"
+#include "sqlitehandle_p.h"
 
 #include "progressreport_p.h"
 
@@ -62,15 +63,6 @@ bool sameFile(const QString &first, const QString &second)
         || ::stat(QFile::encodeName(second).constData(), &b) != 0)
         return false;
     return a.st_dev == b.st_dev && a.st_ino == b.st_ino;
-}
-
-// The SQLite handle behind a QSQLITE connection, or null for any other driver.
-sqlite3 *sqliteHandle(const QSqlDatabase &database)
-{
-    const QVariant handle = database.driver()->handle();
-    if (!handle.isValid() || qstrcmp(handle.typeName(), "sqlite3*") != 0)
-        return nullptr;
-    return *static_cast<sqlite3 *const *>(handle.constData());
 }
 
 // Writes what a GBK text stream would, byte for byte, without building the text first. The

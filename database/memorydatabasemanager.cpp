@@ -1,4 +1,5 @@
 #include "memorydatabasemanager.h"
+#include "tablewriter_p.h"
 
 #include <QSqlError>
 #include <QSqlQuery>
@@ -19,17 +20,8 @@ QStringList splitLine(const QString &line)
 // "CREATE TABLE T ( column1 TEXT , column2 TEXT  )": the blanks are part of the statement text.
 QString createStatement(const QString &tableName, int columnCount)
 {
-    QString statement = QStringLiteral("CREATE TABLE %1 (").arg(tableName);
-    const QString column = QStringLiteral(" columnA TEXT ");
-    for (int i = 1; i < columnCount; ++i) {
-        statement += QString(column).replace(QLatin1Char('A'), QString::number(i),
-                                             Qt::CaseSensitive);
-        statement += QLatin1Char(',');
-    }
-    statement += QString(column).replace(QLatin1Char('A'), QString::number(columnCount),
-                                         Qt::CaseSensitive);
-    statement += QStringLiteral(" )");
-    return statement;
+    return QStringLiteral("CREATE TABLE %1 (").arg(tableName) + columnDefinitions(columnCount)
+            + QStringLiteral(" )");
 }
 
 // Values go in between quotes as they stand; a value holding a quote breaks its own row only.

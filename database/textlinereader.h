@@ -18,6 +18,8 @@ public:
     explicit TextLineReader(QIODevice *device);
 
     bool atEnd();
+    // Bytes of the device consumed so far.
+    qint64 position() const { return m_pos; }
     // Points *data at the next line (valid until the next call) and sets *size; false at the end.
     bool readLine(const char **data, int *size);
 

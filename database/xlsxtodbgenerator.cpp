@@ -1,21 +1,20 @@
 #include "xlsxtodbgenerator.h"
 
-#include "databasehandler.h"
+#include "progressreport_p.h"
+#include "tablewriter_p.h"
 
 #include <core/xlsxreader.h>
 
-#include <QFileInfo>
 #include <QObject>
 #include <QSqlDatabase>
-#include <QSqlError>
-#include <QSqlQuery>
-#include <QVariant>
 
 #include <memory>
 
 namespace Database {
 
-XlsxToDBGenerator::XlsxToDBGenerator() : m_columnCount(0) { }
+XlsxToDBGenerator::XlsxToDBGenerator()
+    : m_columnCount(0)
+{ }
 
 XlsxToDBGenerator::XlsxToDBGenerator(const XlsxToDBGenerator &other) = default;
 XlsxToDBGenerator &XlsxToDBGenerator::operator=(const XlsxToDBGenerator &other) = default;
@@ -55,10 +54,16 @@ bool XlsxToDBGenerator::parserFromFile(const QString &sourceFile, const QString 
     int tableIndex = 1;
     int rowsInBatch = 0;
     bool pending = false;
+    const auto cancelled = [this] {
+        m_log = QObject::tr("Import cancelled");
+        return false;
+    };
+    // Rows of the sheet; a cancel drops the batch being read, committed tables stay.
+    ProgressReport progress(reader->rowCount());
     if (reader->rowCount() < 1)
-        return true;
+        return progress.finish() || cancelled();
 
-    for (int row = 0; row < reader->rowCount(); ++row) {
+    for (int row = 0; row < reader->rowCount() && progress.advance(row); ++row) {
         QStringList values;
         values.reserve(m_columnCount);
         for (int column = 0; column < m_columnCount; ++column)
@@ -69,7 +74,10 @@ bool XlsxToDBGenerator::parserFromFile(const QString &sourceFile, const QString 
         ++rowsInBatch;
         pending = true;
         if (rowsInBatch >= batchRows) {
-            result = generateDatabase(databaseFile, QStringLiteral("table") + QString::number(tableIndex))
+            if (!progress.advance(row + 1, true))
+                break;
+            result = generateDatabase(databaseFile,
+                                      QStringLiteral("table") + QString::number(tableIndex))
                     && result;
             ++tableIndex;
             m_values.clear();
@@ -77,10 +85,11 @@ bool XlsxToDBGenerator::parserFromFile(const QString &sourceFile, const QString 
             rowsInBatch = 0;
         }
     }
-    if (pending)
-        result = generateDatabase(databaseFile, QStringLiteral("table") + QString::number(tableIndex))
+    if (!progress.isCancelled() && progress.finish() && pending)
+        result = generateDatabase(databaseFile,
+                                  QStringLiteral("table") + QString::number(tableIndex))
                 && result;
-    return result;
+    return progress.isCancelled() ? cancelled() : result;
 }
 
 // Writes m_values into tableName inside one transaction; the first bad row rolls the whole
@@ -100,9 +109,8 @@ bool XlsxToDBGenerator::generateDatabase(const QString &databaseFile, const QStr
         return false;
     }
 
-    QSqlDatabase db = DatabaseHandler::createSqlDatabase(QStringLiteral("db_generator"));
-    db.setDatabaseName(QFileInfo(databaseFile).absoluteFilePath());
-    if (!db.open()) {
+    QSqlDatabase db;
+    if (!TableWriter::openConnection(&db, databaseFile)) {
         m_log = QObject::tr("Open database file failed!");
         return false;
     }
@@ -111,56 +119,20 @@ bool XlsxToDBGenerator::generateDatabase(const QString &databaseFile, const QStr
         return false;
     }
 
-    QSqlQuery query(db);
-    if (!query.exec(QStringLiteral("BEGIN TRANSACTION;"))) {
+    TableWriter writer(db, tableName, m_columnCount, TableWriter::Rows::StopAtFirst);
+    if (!writer.begin()) {
         db.close();
         m_log = QObject::tr("Database transaction error!");
         return false;
     }
-
-    const int columnCount = m_columnCount;
-    QStringList marks;
-    for (int i = 0; i < columnCount; ++i)
-        marks.append(QStringLiteral("?"));
-    const QString statement = QStringLiteral("insert into %1 values (NULL,%2);")
-                                      .arg(tableName, marks.join(QStringLiteral(", ")));
-
-    // Prepared once: re-preparing the same text per row only costs time.
-    bool ok = query.prepare(statement);
-    if (!ok)
-        m_log = QObject::tr("Row = %1; %2").arg(QString::number(1), query.lastError().text());
-    int row = 0;
-    for (auto it = m_values.constBegin(); ok && it != m_values.constEnd(); ++it) {
-        const QStringList &values = *it;
-        ++row;
-        if (values.size() != columnCount) {
-            m_log = QObject::tr("Row = %1; Imported values = %2; Table columns count = %3; "
-                                "Values = (%4)")
-                            .arg(QString::number(row), QString::number(values.size()),
-                                 QString::number(columnCount), values.join(QStringLiteral(", ")));
-            ok = false;
-            break;
-        }
-        for (int i = 0; i < columnCount; ++i)
-            query.bindValue(i, QVariant(values.at(i)), QSql::In);
-        query.exec();
-        if (query.lastError().isValid()) {
-            m_log = QObject::tr("Row = %1; %2").arg(QString::number(row), query.lastError().text());
-            ok = false;
-        }
-    }
-    query.finish();
-
-    QSqlQuery end(db);
     // A commit that fails (a full disk, a lock) leaves the batch unwritten, so it fails too.
-    if (ok && !end.exec(QStringLiteral("COMMIT;")))
-        ok = false;
+    bool ok = writer.insert(RowBatch(m_values)) == TableWriter::Insert::Inserted
+            && writer.commit(nullptr);
     if (!ok) {
-        end.exec(QStringLiteral("ROLLBACK;"));
+        writer.rollback(nullptr);
         // Replaces the row message on purpose: a failed batch reads as a failed commit.
         m_log = QObject::tr("Database commit error");
     }
-    end.finish();
     db.close();
     return ok;
 }
@@ -170,48 +142,9 @@ bool XlsxToDBGenerator::generateDatabase(const QString &databaseFile, const QStr
 bool XlsxToDBGenerator::makeDatabase(QSqlDatabase &database, const QString &tableName,
                                      const int &columnCount)
 {
-    if (!database.isOpen()) {
-        m_log = QObject::tr("Database not open");
-        return false;
-    }
-    if (tableName.isEmpty()) {
-        m_log = QObject::tr("Table name is empty");
-        return false;
-    }
-    if (columnCount <= 0) {
-        m_log = QObject::tr("Please check the src file!");
-        return false;
-    }
-
-    QSqlQuery query(database);
-    query.exec(QStringLiteral("SELECT COUNT(0) FROM sqlite_master WHERE type = \"table\" AND name = \"")
-               + tableName + QLatin1Char('"'));
-    if (query.next() && query.value(0).toInt() == 1) {
-        query.finish();
-        bool emptied = query.exec(QStringLiteral("DELETE FROM ") + tableName);
-        if (emptied)
-            emptied = query.exec(QStringLiteral("UPDATE sqlite_sequence set seq=0 where name='")
-                                 + tableName + QLatin1Char('\''));
-        if (!emptied)
-            m_log = QObject::tr("Update database table error!");
-        return emptied;
-    }
-    query.finish();
-
-    QString creation = QStringLiteral("CREATE TABLE ") + tableName
-            + QStringLiteral(" (id INTEGER PRIMARY KEY AUTOINCREMENT,");
-    for (int i = 1; i <= columnCount; ++i) {
-        if (i > 1)
-            creation += QLatin1Char(',');
-        creation += QStringLiteral(" columnA TEXT ").replace(QLatin1Char('A'), QString::number(i));
-    }
-    creation += QStringLiteral(" )");
-    query.exec(creation);
-    if (query.lastError().isValid()) {
-        m_log = QObject::tr("Create database error");
-        return false;
-    }
-    return true;
+    const TableWriter::Table table = TableWriter::prepareTable(database, tableName, columnCount);
+    m_log = TableWriter::message(table, m_log);
+    return table == TableWriter::Table::Created || table == TableWriter::Table::Emptied;
 }
 
 } // namespace Database

@@ -1,30 +1,18 @@
 #!/usr/bin/env bash
-# Imports a 1,000,000-line, 10-field file (ASCII, then GB2312) with DatabaseGenerator and with
-# the sqlite3 shell's .import into the same table layout, alternating runs, and prints the
-# median times, their ratio and our peak memory.
+# Imports a 1,000,000-line, 10-field file (ASCII, then GB2312) with DatabaseGenerator, with the
+# sqlite3 shell's plain .import --csv into a plain 10-column table, and with a C program on
+# SQLite's API writing the generated layout (one row and 50 rows per INSERT), alternating
+# runs; prints the medians, the ratios to the shell and our peak memory.
 #   LINES=... RUNS=... bash bench/import/run.sh
 source "$(dirname "${BASH_SOURCE[0]}")/../common.sh"
 
 LINES=${LINES:-1000000}
-RUNS=${RUNS:-3}
+RUNS=${RUNS:-5}
 HERE=$BENCH_ROOT/bench/import
-bench_build zq_bench_import
+bench_build zq_bench_import zq_bench_cwriter
 DRIVER=$BENCH_BUILD/bench/import/zq_bench_import
-
-# The shell imports through a view whose INSTEAD OF trigger inserts NULL as id, so it writes
-# the same AUTOINCREMENT table, in one transaction, as the library does. The shell stores the
-# GB2312 bytes undecoded; the library decodes them: that work is part of what is compared.
-columns=""
-values=""
-for i in $(seq 1 10); do
-    columns+="${columns:+, }column$i TEXT "
-    values+=", NEW.column$i"
-done
-view_columns=$(seq -s, -f 'column%g' 1 10)
-SHELL_SCHEMA="CREATE TABLE table1 (id INTEGER PRIMARY KEY AUTOINCREMENT, $columns );
-CREATE VIEW import_view AS SELECT $view_columns FROM table1;
-CREATE TRIGGER import_row INSTEAD OF INSERT ON import_view
-BEGIN INSERT INTO table1 VALUES (NULL$values); END;"
+CWRITER=$BENCH_BUILD/bench/import/zq_bench_cwriter
+PLAIN_TABLE="CREATE TABLE t ($(seq -s, -f 'column%g TEXT' 1 10));"
 
 run_ours()
 {
@@ -32,11 +20,18 @@ run_ours()
     bench_time "$DRIVER" "$1" "$BENCH_WORK/ours.db" 2>"$BENCH_WORK/ours.err"
 }
 
+# The shell stores the bytes as they are (GB2312 undecoded) into a table without AUTOINCREMENT.
 run_shell()
 {
     rm -f "$BENCH_WORK/shell.db"
-    sqlite3 "$BENCH_WORK/shell.db" "$SHELL_SCHEMA"
-    bench_time sqlite3 "$BENCH_WORK/shell.db" ".import --csv $1 import_view"
+    sqlite3 "$BENCH_WORK/shell.db" "$PLAIN_TABLE"
+    bench_time sqlite3 "$BENCH_WORK/shell.db" ".import --csv $1 t"
+}
+
+run_cwriter()
+{
+    rm -f "$BENCH_WORK/c.db"
+    bench_time "$CWRITER" "$1" "$BENCH_WORK/c.db" "$2"
 }
 
 bench_file()
@@ -44,25 +39,32 @@ bench_file()
     local label=$1 kind=$2
     local input="$BENCH_WORK/$kind.txt"
     python3 "$HERE/generate.py" "$kind" "$input" "$LINES"
-    local ours=() shell=()
+    local ours=() shell=() c1=() c50=()
     for _ in $(seq 1 "$RUNS"); do
         ours+=("$(run_ours "$input")")
         shell+=("$(run_shell "$input")")
+        c1+=("$(run_cwriter "$input" 1)")
+        c50+=("$(run_cwriter "$input" 50)")
     done
     local rows
     rows=$(sqlite3 "$BENCH_WORK/ours.db" "SELECT (SELECT COUNT(*) FROM sqlite_master WHERE name LIKE 'table%'), (SELECT seq FROM sqlite_sequence WHERE name = 'table1')")
-    local ours_median shell_median
-    ours_median=$(bench_median "${ours[@]}")
-    shell_median=$(bench_median "${shell[@]}")
-    echo "$label ($(du -m "$input" | cut -f1) MB, $LINES lines; tables|ids in table1: $rows)"
-    echo "  zqdatabase:     ${ours[*]} s -> median $ours_median s"
-    echo "  sqlite3 .import: ${shell[*]} s -> median $shell_median s"
-    echo "  ratio:          $(bench_ratio "$ours_median" "$shell_median")"
-    echo "  peak memory:    $(awk '/maxrss_kb/ { printf "%.1f MB", $2 / 1024 }' "$BENCH_WORK/ours.err")"
+    local m_ours m_shell m_c1 m_c50
+    m_ours=$(bench_median "${ours[@]}")
+    m_shell=$(bench_median "${shell[@]}")
+    m_c1=$(bench_median "${c1[@]}")
+    m_c50=$(bench_median "${c50[@]}")
+    echo "$label ($(du -m "$input" | cut -f1) MB, $LINES lines; tables|ids in table1: $rows; load $(cut -d' ' -f1-3 /proc/loadavg))"
+    printf '  %-26s %s s -> median %s s, ratio to shell %s\n' \
+        "zqdatabase:" "${ours[*]}" "$m_ours" "$(bench_ratio "$m_ours" "$m_shell")" \
+        "sqlite3 .import --csv:" "${shell[*]}" "$m_shell" "1.000" \
+        "C API, 1 row/INSERT:" "${c1[*]}" "$m_c1" "$(bench_ratio "$m_c1" "$m_shell")" \
+        "C API, 50 rows/INSERT:" "${c50[*]}" "$m_c50" "$(bench_ratio "$m_c50" "$m_shell")"
+    echo "  zqdatabase / C API 50 rows: $(bench_ratio "$m_ours" "$m_c50")"
+    echo "  peak memory (zqdatabase): $(awk '/maxrss_kb/ { printf "%.1f MB", $2 / 1024 }' "$BENCH_WORK/ours.err")"
     grep -v maxrss_kb "$BENCH_WORK/ours.err" || true
     rm -f "$input"
 }
 
 bench_file "ASCII" ascii
 bench_file "GB2312" gb2312
-rm -f "$BENCH_WORK/ours.db" "$BENCH_WORK/shell.db" "$BENCH_WORK/ours.err"
+rm -rf "$BENCH_WORK"
