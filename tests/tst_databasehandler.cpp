@@ -1,120 +1,161 @@
+// The connection layer: DatabaseHandler, and the factory that shares handlers among readers.
 #include <database/databasehandler.h>
+#include <database/databasehandlerfactory.h>
+#include <database/databasemanager.h>
 
 #include "testsupport.h"
 
 #include <QtTest>
 
-#include <QScopeGuard>
-#include <QSqlDatabase>
+// The host application's reader class; the library only compares its addresses.
+namespace Database {
+class DatabaseObject
+{
+};
+} // namespace Database
 
-using Database::DatabaseHandler;
-using TestSupport::generatedCell;
+using namespace Database;
+
+// A deleted handler has closed its database's connection, which stays registered.
+static bool isOpen(const QString &name)
+{
+    return QSqlDatabase::database(name, false).isOpen();
+}
 
 class tst_DatabaseHandler : public QObject
 {
     Q_OBJECT
 
 private slots:
-    void initTestCase() { QVERIFY(m_db.isValid()); }
-    void recordValue_data();
-    void recordValue();
-    void tablesOfOtherShapes();
-    void typesFromDefaultConnection();
-    void failedOpenKeepsName();
+    // Three catalogued databases: "generated" in the importers' layout, table1 and table2 of 4
+    // rows and table3 of 3, whose cell at row r (0-based) and column c reads "t<table>r<r>c<c>";
+    // "shapes", whose tables have other layouts; and "unopenable".
+    void initTestCase()
+    {
+        QVERIFY(m_catalogue.isValid());
+        QString generated;
+        for (int t = 1; t <= 3; ++t)
+            generated += QString("CREATE TABLE table%1 (id INTEGER PRIMARY KEY AUTOINCREMENT, "
+                                 "column1 TEXT, column2 TEXT); WITH RECURSIVE r(i) AS (VALUES (0) "
+                                 "UNION ALL SELECT i + 1 FROM r WHERE i < %2) INSERT INTO table%1 "
+                                 "SELECT NULL, 't%1r' || i || 'c1', 't%1r' || i || 'c2' FROM r;")
+                                 .arg(t)
+                                 .arg(t < 3 ? 3 : 2);
+        QVERIFY(TestSupport::sqlite(file("generated"), generated));
+        QVERIFY(TestSupport::sqlite(file("shapes"),
+                                    "CREATE TABLE first (ID INTEGER PRIMARY KEY, c); INSERT INTO "
+                                    "first (c) VALUES (1), (2), (3); CREATE TABLE second (id "
+                                    "INTEGER PRIMARY KEY AUTOINCREMENT, a, b); INSERT INTO second "
+                                    "(a, b) VALUES (1, 2), (3, 4);"));
+        QVERIFY(TestSupport::sqlite(file("unopenable"), "CREATE TABLE t (a);"));
+        DatabaseManager::init();
+        DatabaseHandlerFactory::init();
+    }
+    // Every case starts with a new, empty factory.
+    void cleanup()
+    {
+        DatabaseHandlerFactory::destruct();
+        DatabaseHandlerFactory::init();
+    }
+
+    // A global row is read from the table its quotient names, at its remainder; the count
+    // spans all tables.
+    void rowToTableAndOffset()
+    {
+        DatabaseHandler handler;
+        QVERIFY(handler.setCurrentDatabaseName("generated"));
+        QCOMPARE(handler.getTableRecordCount(), 11);
+        QCOMPARE(handler.recordValue(5, 1, 2).toString(), QString("t3r1c2"));
+        QCOMPARE(handler.tableName(), QString("table3"));
+        QVERIFY(!handler.recordValue(11, 0, 4).isValid()); // table3 holds 3 rows
+    }
+
+    // Only a first column named exactly "id" is hidden, and reading from another table
+    // switches to it silently, keeping the field list loaded last.
+    void tablesOfOtherShapes()
+    {
+        DatabaseHandler handler;
+        QVERIFY(handler.setCurrentDatabaseName("shapes"));
+        QCOMPARE(handler.getFieldNames(), (QStringList{"ID", "c"}));
+        QVERIFY(handler.setTableName("second"));
+        QCOMPARE(handler.getFieldNames(), (QStringList{"a", "b"}));
+        QVERIFY(!handler.recordValue(1, 0, 3).isValid()); // "a" read from first
+        QCOMPARE(handler.tableName(), QString("first"));
+        QCOMPARE(handler.getFieldNames(), (QStringList{"a", "b"}));
+    }
+
+    // Column types come from the application's default connection, not the handler's.
+    void typesFromDefaultConnection()
+    {
+        const QString file = m_catalogue.filePath("default.sqlite");
+        QVERIFY(TestSupport::sqlite(file, "CREATE TABLE table1 (id, column1 INTEGER);"));
+        QSqlDatabase db = QSqlDatabase::addDatabase(QStringLiteral("QSQLITE"));
+        db.setDatabaseName(file);
+        QVERIFY(db.open()); // left open: no other case reads field types
+
+        DatabaseHandler handler;
+        QVERIFY(handler.setCurrentDatabaseName("generated"));
+        QCOMPARE(handler.getFieldTypes(),
+                 (QList<QVariant::Type>{QVariant::Int, QVariant::Invalid}));
+    }
+
+    // A failed open still takes the new name, so asking for it again answers true at once;
+    // the field list of the table loaded before stays.
+    void failedOpenKeepsName()
+    {
+        // A connection of that name already registered with a driver that is not there.
+        QTest::ignoreMessage(QtWarningMsg, QRegularExpression("not loaded|available drivers"));
+        QTest::ignoreMessage(QtWarningMsg, QRegularExpression("not loaded|available drivers"));
+        QSqlDatabase::addDatabase(QStringLiteral("QNOSUCHDRIVER"), QStringLiteral("unopenable"));
+
+        DatabaseHandler handler;
+        QVERIFY(handler.setCurrentDatabaseName("generated"));
+        QVERIFY(!handler.setCurrentDatabaseName("unopenable"));
+        QCOMPARE(handler.currentDatabaseName(), QString("unopenable"));
+        QCOMPARE(handler.getFieldNames(), (QStringList{"column1", "column2"}));
+        QVERIFY(handler.setCurrentDatabaseName("unopenable"));
+    }
+
+    void sharedHandlerLivesWhileUsed()
+    {
+        DatabaseHandlerFactory *factory = DatabaseHandlerFactory::instance();
+        DatabaseHandler *handler = regist(0, "generated");
+        QVERIFY(handler && isOpen("generated"));
+        QCOMPARE(regist(1, "generated"), handler);
+        QCOMPARE(handler->recordValue(9, 1, 4).toString(),
+                 TestSupport::sqliteQuery(file("generated"),
+                                          "SELECT column2 FROM table3 WHERE id = 2"));
+        factory->unregistSqlDatabase(m_objects);
+        QVERIFY(factory->isOccupied("generated") && isOpen("generated"));
+        factory->unregistSqlDatabase(m_objects + 1);
+        QVERIFY(!factory->isOccupied("generated") && !isOpen("generated"));
+    }
+
+    // The object leaves its database, deleting the handler, before the name is refused.
+    void unknownNameUnregistersFirst()
+    {
+        QVERIFY(regist(0, "generated"));
+        QVERIFY(!regist(0, "nosuch"));
+        QVERIFY(!isOpen("generated"));
+    }
+
+    void destructDeletesEveryHandler()
+    {
+        QVERIFY(regist(0, "generated") && regist(1, "shapes"));
+        DatabaseHandlerFactory::destruct();
+        QVERIFY(!isOpen("generated") && !isOpen("shapes"));
+    }
 
 private:
-    TestSupport::LoadedCatalogue m_db;
+    QString file(const QString &name) const { return m_catalogue.sysDir() + '/' + name + ".db"; }
+    DatabaseHandler *regist(int object, const QString &name)
+    {
+        return DatabaseHandlerFactory::instance()->registSqlDatabase(m_objects + object, name);
+    }
+
+    TestSupport::TempCatalogue m_catalogue;
+    DatabaseObject m_objects[2];
 };
-
-void tst_DatabaseHandler::recordValue_data()
-{
-    QTest::addColumn<int>("rowsPerTable");
-    QTest::addColumn<int>("row");
-    QTest::addColumn<int>("column");
-    QTest::addColumn<QString>("expected"); // null: an invalid value
-    QTest::addColumn<QString>("tableAfter");
-
-    // Tables of 4, 4 and 3 rows, two text columns.
-    QTest::newRow("table by quotient, offset by remainder")
-            << 2 << 5 << 1 << generatedCell(3, 1, 2) << "table3";
-    QTest::newRow("beyond the short last table") << 4 << 11 << 0 << QString() << "table3";
-    QTest::newRow("beyond the last table") << 4 << 12 << 0 << QString() << "table1";
-    QTest::newRow("column past the field list") << 4 << 0 << 2 << QString() << "table1";
-}
-
-void tst_DatabaseHandler::recordValue()
-{
-    QFETCH(int, rowsPerTable);
-    QFETCH(int, row);
-    QFETCH(int, column);
-    QFETCH(QString, expected);
-
-    DatabaseHandler handler;
-    QVERIFY(handler.setCurrentDatabaseName(m_db.addGenerated({4, 4, 3}, 2)));
-    const QVariant value = handler.recordValue(row, column, rowsPerTable);
-    QCOMPARE(value.isValid(), !expected.isNull());
-    QCOMPARE(value.toString(), expected);
-    QTEST(handler.tableName(), "tableAfter");
-}
-
-// The count spans all tables, only a first column named exactly "id" is hidden, and reading
-// from another table switches to it silently, keeping the field list loaded last.
-void tst_DatabaseHandler::tablesOfOtherShapes()
-{
-    DatabaseHandler handler;
-    QVERIFY(handler.setCurrentDatabaseName(m_db.addWithSql(
-            "CREATE TABLE first (ID INTEGER PRIMARY KEY, c TEXT);"
-            "INSERT INTO first (c) VALUES ('c0'), ('c1'), ('c2');"
-            "CREATE TABLE second (id INTEGER PRIMARY KEY AUTOINCREMENT, a TEXT, b TEXT);"
-            "INSERT INTO second (a, b) VALUES ('a0', 'b0'), ('a1', 'b1');")));
-    QCOMPARE(handler.getFieldNames(), (QStringList{"ID", "c"}));
-    QVERIFY(handler.setTableName("second"));
-    QCOMPARE(handler.getFieldNames(), (QStringList{"a", "b"}));
-    QCOMPARE(handler.getTableRecordCount(), 5);
-    QCOMPARE(handler.recordValue(4, 1, 3).toString(), QString("b1"));
-    QVERIFY(!handler.recordValue(1, 0, 3).isValid()); // "a" read from first
-    QCOMPARE(handler.tableName(), QString("first"));
-    QCOMPARE(handler.getFieldNames(), (QStringList{"a", "b"}));
-}
-
-// Column types come from the application's default connection, not the handler's.
-void tst_DatabaseHandler::typesFromDefaultConnection()
-{
-    const QString file = m_db.filePath("default.sqlite");
-    QVERIFY(TestSupport::sqlite(file, "CREATE TABLE table1 (id, column1 INTEGER);"));
-    const auto removeDefault = qScopeGuard(
-            [] { QSqlDatabase::removeDatabase(QSqlDatabase::defaultConnection); });
-    QSqlDatabase db = QSqlDatabase::addDatabase(QStringLiteral("QSQLITE"));
-    db.setDatabaseName(file);
-    QVERIFY(db.open());
-
-    DatabaseHandler handler;
-    QVERIFY(handler.setCurrentDatabaseName(m_db.addGenerated({2}, 2)));
-    QCOMPARE(handler.getFieldNames(), (QStringList{"column1", "column2"}));
-    QCOMPARE(handler.getFieldTypes(), (QList<QVariant::Type>{QVariant::Int, QVariant::Invalid}));
-}
-
-// A failed open still takes the new name, so asking for it again answers true at once; the
-// field list of the table loaded before stays.
-void tst_DatabaseHandler::failedOpenKeepsName()
-{
-    const QString old = m_db.addGenerated({3}, 2);
-    const QString unopenable = m_db.addWithSql("CREATE TABLE t (a);");
-    // A connection of that name already registered with a driver that is not there.
-    QTest::ignoreMessage(QtWarningMsg, QRegularExpression("not loaded|available drivers"));
-    QTest::ignoreMessage(QtWarningMsg, QRegularExpression("not loaded|available drivers"));
-    QSqlDatabase::addDatabase(QStringLiteral("QNOSUCHDRIVER"), unopenable);
-    const auto removeUnopenable = qScopeGuard([&] { QSqlDatabase::removeDatabase(unopenable); });
-
-    DatabaseHandler handler;
-    QVERIFY(handler.setCurrentDatabaseName(old));
-    QVERIFY(!handler.setCurrentDatabaseName(unopenable));
-    QVERIFY(!handler.isDatabaseOpen());
-    QCOMPARE(handler.currentDatabaseName(), unopenable);
-    QCOMPARE(handler.getFieldNames(), (QStringList{"column1", "column2"}));
-    QVERIFY(handler.setCurrentDatabaseName(unopenable));
-    QVERIFY(!handler.isDatabaseOpen());
-}
 
 QTEST_GUILESS_MAIN(tst_DatabaseHandler)
 #include "tst_databasehandler.moc"

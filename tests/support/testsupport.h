@@ -1,9 +1,11 @@
 #ifndef TESTSUPPORT_H
 #define TESTSUPPORT_H
 
-#include <QByteArray>
-#include <QList>
-#include <QString>
+#include <core/settings.h>
+
+#include <QDir>
+#include <QProcess>
+#include <QStandardPaths>
 #include <QTemporaryDir>
 
 namespace TestSupport {
@@ -13,7 +15,15 @@ namespace TestSupport {
 class TempCatalogue
 {
 public:
-    TempCatalogue();
+    TempCatalogue()
+    {
+        QStandardPaths::setTestModeEnabled(true);
+        QDir().mkpath(sysDir());
+        QDir().mkpath(userDir());
+        Core::Settings::instance().setDbSysDirPath(sysDir());
+        Core::Settings::instance().setDbUsrDirPath(userDir());
+        Core::Settings::instance().setDbFileSuffixWithFilter(QStringLiteral("*.db"));
+    }
     bool isValid() const { return m_dir.isValid(); }
     QString sysDir() const { return m_dir.filePath(QStringLiteral("system")); }
     QString userDir() const { return m_dir.filePath(QStringLiteral("user")); }
@@ -24,41 +34,60 @@ private:
     QTemporaryDir m_dir;
 };
 
-// A TempCatalogue with DatabaseManager loaded on it for the lifetime of the object. Its
-// databases get names not used before in this process: Qt keeps a connection per name for
-// good and reopens its last file on reuse.
-class LoadedCatalogue : public TempCatalogue
-{
-public:
-    LoadedCatalogue();
-    ~LoadedCatalogue();
-    // The file of a database name in the system directory.
-    QString file(const QString &name) const;
-    // Runs SQL through the sqlite3 shell into a new database and reloads the catalogue.
-    // Returns the name, or an empty string when the shell failed.
-    QString addWithSql(const QString &sql);
-    // Tables table1, table2, ... in the importers' layout (id, then column1..columnN TEXT);
-    // table t holds rowCounts[t - 1] rows whose cells read generatedCell(t, row, column).
-    QString addGenerated(const QList<int> &rowCounts, int columns);
-};
-
-QString uniqueDatabaseName(const QString &stem);
-// Row 0-based, column 1-based.
-QString generatedCell(int table, int row, int column);
-
 // Writes raw bytes to a file, creating parent directories; false on any failure.
-bool writeFile(const QString &path, const QByteArray &bytes);
-QByteArray readFile(const QString &path);
+inline bool writeFile(const QString &path, const QByteArray &bytes)
+{
+    QDir().mkpath(QFileInfo(path).absolutePath());
+    QFile file(path);
+    return file.open(QIODevice::WriteOnly) && file.write(bytes) == bytes.size();
+}
+
+inline QByteArray readFile(const QString &path)
+{
+    QFile file(path);
+    return file.open(QIODevice::ReadOnly) ? file.readAll() : QByteArray();
+}
+
+// Runs a program on the given input; true when it exits with 0 and writes no error.
+inline bool run(const QString &program, const QStringList &arguments, const QByteArray &input,
+                QByteArray *output)
+{
+    QProcess process;
+    process.start(program, arguments);
+    process.write(input);
+    process.closeWriteChannel();
+    const bool finished = process.waitForFinished(120000);
+    *output = process.readAllStandardOutput();
+    return finished && process.exitStatus() == QProcess::NormalExit && process.exitCode() == 0
+            && process.readAllStandardError().isEmpty();
+}
 
 // Runs SQL through the sqlite3 shell on a database file, independently of Qt's driver.
 // Returns false when the shell fails; the shell's standard output goes to *output.
-bool sqlite(const QString &databaseFile, const QString &sql, QString *output = nullptr);
+inline bool sqlite(const QString &databaseFile, const QString &sql, QString *output = nullptr)
+{
+    QByteArray bytes;
+    const bool ok = run("sqlite3", {"-batch", databaseFile}, sql.toUtf8() + '\n', &bytes);
+    if (output)
+        *output = QString::fromUtf8(bytes);
+    return ok;
+}
+
 // The shell's output of one query, one row per line, fields joined by '|', trailing newline
 // removed. Empty on failure.
-QString sqliteQuery(const QString &databaseFile, const QString &sql);
+inline QString sqliteQuery(const QString &databaseFile, const QString &sql)
+{
+    QString out;
+    return sqlite(databaseFile, sql, &out) ? out.left(out.size() - out.endsWith('\n')) : QString();
+}
 
 // Encodes text with iconv (an encoder independent of Qt's codecs), e.g. "GB2312", "GBK".
-QByteArray iconvEncode(const QString &text, const char *encoding);
+inline QByteArray iconvEncode(const QString &text, const char *encoding)
+{
+    QByteArray bytes;
+    run("iconv", {"-f", "UTF-8", "-t", encoding}, text.toUtf8(), &bytes);
+    return bytes;
+}
 
 } // namespace TestSupport
 
