@@ -27,6 +27,8 @@ private slots:
     // Every case gets a pair of empty catalogue directories of its own.
     void initTestCase() { init(); }
     void init() { m_catalogue.reset(new TestSupport::TempCatalogue); }
+    // A list left in the static settings would outlive Qt's meta types, which free it.
+    void cleanupTestCase() { Core::Settings::instance().removeRunValue("Database/globals"); }
 
     // The default is the first system file by name with case ignored, a name is cut at the
     // first dot, and a user file overrides a system file of the same name.
