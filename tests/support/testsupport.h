@@ -49,8 +49,8 @@ inline QByteArray readFile(const QString &path)
 }
 
 // Runs a program on the given input; true when it exits with 0 and writes no error.
-inline bool run(const QString &program, const QStringList &arguments, const QByteArray &input,
-                QByteArray *output)
+inline bool runProgram(const QString &program, const QStringList &arguments,
+                       const QByteArray &input, QByteArray *output)
 {
     QProcess process;
     process.start(program, arguments);
@@ -67,7 +67,7 @@ inline bool run(const QString &program, const QStringList &arguments, const QByt
 inline bool sqlite(const QString &databaseFile, const QString &sql, QString *output = nullptr)
 {
     QByteArray bytes;
-    const bool ok = run("sqlite3", {"-batch", databaseFile}, sql.toUtf8() + '\n', &bytes);
+    const bool ok = runProgram("sqlite3", {"-batch", databaseFile}, sql.toUtf8() + '\n', &bytes);
     if (output)
         *output = QString::fromUtf8(bytes);
     return ok;
@@ -85,7 +85,7 @@ inline QString sqliteQuery(const QString &databaseFile, const QString &sql)
 inline QByteArray iconvEncode(const QString &text, const char *encoding)
 {
     QByteArray bytes;
-    run("iconv", {"-f", "UTF-8", "-t", encoding}, text.toUtf8(), &bytes);
+    runProgram("iconv", {"-f", "UTF-8", "-t", encoding}, text.toUtf8(), &bytes);
     return bytes;
 }
 

@@ -1,5 +1,5 @@
 #!/usr/bin/env python3
-"""Writes the hostile spreadsheets of the xlsxreader corpus (run in fuzz/corpus/xlsxreader).
+"""Writes the hostile spreadsheets replayed through fuzz_xlsxreader (run in fuzz/hostile/xlsxreader).
 
 bomb-sharedstrings.xlsx  one shared string that inflates to 1.2 GB
 bomb-sheet.xlsx          a sheet whose one row inflates to 1.2 GB of cells
