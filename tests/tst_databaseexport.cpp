@@ -38,9 +38,10 @@ private slots:
 
     void toCSV_data()
     {
+        // expected: the file's text; null when the export fails; "=query" for the bytes of
+        // reference(), which reads the table as a query model does.
         QTest::addColumn<QString>("sql");
-        QTest::addColumn<QString>(
-                "expected"); // null: the export fails; "=query": as a query reads it
+        QTest::addColumn<QString>("expected");
 
         QTest::newRow("every cell followed by a comma, nothing quoted, gbk")
                 << QString::fromUtf8("CREATE TABLE t (a, b); INSERT INTO t VALUES ('a,b', 'say "
@@ -68,9 +69,9 @@ private slots:
                 "THEN NULL WHEN 1 THEN x / 7.0 WHEN 2 THEN randomblob(3) ELSE 'row' || x END, CASE "
                 "x % 2 WHEN 0 THEN replace(hex(zeroblob(x % 7 * 150 + 400)), '00', '中') || "
                 "CAST(X'3DD8' AS TEXT) ELSE CAST(X'00DE' AS TEXT) || x || '数据' END FROM c;");
-        QTest::newRow("utf-8 database, as a model")
+        QTest::newRow("utf-8 database, as a query reads it")
                 << "PRAGMA encoding = 'UTF-8';" + table << "=query";
-        QTest::newRow("utf-16 database, as a model")
+        QTest::newRow("utf-16 database, as a query reads it")
                 << "PRAGMA encoding = 'UTF-16le';" + table << "=query";
     }
 
