@@ -1,6 +1,6 @@
 #!/usr/bin/env bash
 # Builds the libFuzzer targets with clang, address and undefined-behaviour sanitizers, and
-# runs each for a bounded time (default 60 s) on a scratch copy of its seed corpus.
+# runs each for a bounded time (default 60 s) on a scratch copy of its corpus.
 # Usage: scripts/fuzz.sh [seconds-per-target]
 set -euo pipefail
 cd "$(dirname "$0")/.."
@@ -19,7 +19,9 @@ work=$(mktemp -d /tmp/zqfuzz.XXXXXX)
 trap 'rm -rf "$work"' EXIT
 
 status=0
-for target in textimport xlsxreader memorylines; do
+for source in fuzz/fuzz_*.cpp; do
+    target=$(basename "$source" .cpp)
+    target=${target#fuzz_}
     mkdir -p "$work/$target"
     cp -r fuzz/corpus/$target/. "$work/$target/"
     echo "== fuzz_$target for ${seconds}s"

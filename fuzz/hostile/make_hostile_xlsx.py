@@ -1,5 +1,5 @@
 #!/usr/bin/env python3
-"""Writes the hostile spreadsheets the hostile-input test reads (run in this folder).
+"""Writes the hostile spreadsheets replayed through fuzz_xlsxreader (run in fuzz/hostile/xlsxreader).
 
 bomb-sharedstrings.xlsx  one shared string that inflates to 1.2 GB
 bomb-sheet.xlsx          a sheet whose one row inflates to 1.2 GB of cells
