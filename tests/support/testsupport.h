@@ -25,6 +25,7 @@ public:
         Core::Settings::instance().setDbFileSuffixWithFilter(QStringLiteral("*.db"));
     }
     bool isValid() const { return m_dir.isValid(); }
+    QString root() const { return m_dir.path(); }
     QString sysDir() const { return m_dir.filePath(QStringLiteral("system")); }
     QString userDir() const { return m_dir.filePath(QStringLiteral("user")); }
     // Path of a file in the temporary root (not in either catalogue directory).
