@@ -27,7 +27,8 @@ int main()
         const QJsonArray row = rows.at(r).toArray();
         for (int c = 0; c < row.size(); ++c) {
             const QJsonValue v = row.at(c); // a date is {"date": serial}, null a formatted blank
-            errors += v.isString() ? worksheet_write_string(sheet, r, c, v.toString().toUtf8(), nullptr)
+            const QByteArray text = v.toString().toUtf8();
+            errors += v.isString() ? worksheet_write_string(sheet, r, c, text, nullptr)
                     : v.isBool()   ? worksheet_write_boolean(sheet, r, c, v.toBool(), nullptr)
                     : v.isDouble() ? worksheet_write_number(sheet, r, c, v.toDouble(), nullptr)
                     : v.isObject() ? worksheet_write_number(sheet, r, c, v["date"].toDouble(), date)
