@@ -7,7 +7,12 @@
 #include <QDir>
 #include <QUrl>
 
+#include <condition_variable>
 #include <cstring>
+#include <deque>
+#include <mutex>
+#include <system_error>
+#include <thread>
 
 namespace Core {
 namespace Xlsx {
@@ -16,6 +21,89 @@ namespace {
 
 // Inflated bytes of one part: a bomb fails here instead of running on.
 constexpr qint64 MaxPartSize = qint64(1) << 30;
+
+// Inflates a part on a thread of its own, a few chunks ahead of the parser that reads it: the
+// two take about a fifth and three quarters of the time of reading a large sheet.
+class InflatingDevice : public QIODevice
+{
+public:
+    explicit InflatingDevice(QuaZipFile &file) : m_file(file)
+    {
+        open(QIODevice::ReadOnly | QIODevice::Unbuffered);
+        try {
+            m_thread = std::thread([this] { inflate(); });
+        } catch (const std::system_error &) {
+            m_direct = true; // no thread to be had: inflate as the parser asks
+        }
+    }
+    ~InflatingDevice() override
+    {
+        {
+            const std::lock_guard<std::mutex> lock(m_mutex);
+            m_stopped = true;
+        }
+        m_changed.notify_all();
+        if (m_thread.joinable())
+            m_thread.join();
+    }
+    bool isSequential() const override { return true; }
+
+protected:
+    qint64 readData(char *data, qint64 maxSize) override
+    {
+        if (m_direct)
+            return m_file.read(data, maxSize);
+        std::unique_lock<std::mutex> lock(m_mutex);
+        m_changed.wait(lock, [this] { return !m_chunks.empty() || m_finished; });
+        if (m_chunks.empty())
+            return m_failed ? -1 : 0;
+        const QByteArray &chunk = m_chunks.front();
+        const int size = int(qMin<qint64>(maxSize, chunk.size() - m_offset));
+        std::memcpy(data, chunk.constData() + m_offset, size_t(size));
+        m_offset += size;
+        if (m_offset == chunk.size()) {
+            m_chunks.pop_front();
+            m_offset = 0;
+            m_changed.notify_all();
+        }
+        return size;
+    }
+    qint64 writeData(const char *, qint64) override { return -1; }
+
+private:
+    static constexpr int ChunkSize = 1 << 18;
+    static constexpr size_t MaxChunks = 4;
+
+    void inflate()
+    {
+        for (;;) {
+            QByteArray chunk(ChunkSize, Qt::Uninitialized);
+            const qint64 size = m_file.read(chunk.data(), ChunkSize);
+            std::unique_lock<std::mutex> lock(m_mutex);
+            m_changed.wait(lock, [this] { return m_chunks.size() < MaxChunks || m_stopped; });
+            if (m_stopped || size <= 0) {
+                m_finished = true;
+                m_failed = size < 0;
+                m_changed.notify_all();
+                return;
+            }
+            chunk.resize(int(size));
+            m_chunks.push_back(std::move(chunk));
+            m_changed.notify_all();
+        }
+    }
+
+    QuaZipFile &m_file;
+    std::thread m_thread;
+    std::mutex m_mutex;
+    std::condition_variable m_changed;
+    std::deque<QByteArray> m_chunks;
+    int m_offset = 0;
+    bool m_direct = false;
+    bool m_stopped = false;
+    bool m_finished = false;
+    bool m_failed = false;
+};
 
 class RelationshipsHandler : public XmlHandler
 {
@@ -66,7 +154,11 @@ XlsxPackage::Result XlsxPackage::read(const QString &partName, XmlHandler &handl
     QuaZipFile file(&m_zip);
     if (!file.open(QIODevice::ReadOnly))
         return Result::Failed;
-    const bool parsed = parseXml(file, MaxPartSize, handler);
+    bool parsed;
+    {
+        InflatingDevice device(file);
+        parsed = parseXml(device, MaxPartSize, handler);
+    }
     // The checksum is checked when the whole part has been read.
     file.close();
     return parsed && file.getZipError() == UNZ_OK ? Result::Read : Result::Failed;

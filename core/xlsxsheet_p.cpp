@@ -392,15 +392,25 @@ bool SheetHandler::startCell(const char **attributes)
 {
     m_cellRow = m_row;
     m_column = m_nextColumn;
-    const char *ref = attribute(attributes, Ns::None, "r");
+    // One pass over the attributes: the cell's are all unqualified one-letter names.
+    const char *ref = nullptr;
+    const char *type = nullptr;
+    const char *style = nullptr;
+    for (const char **a = attributes; *a; a += 2) {
+        const char *name = a[0];
+        if (name[0] == 'r' && name[1] == '\0')
+            ref = a[1];
+        else if (name[0] == 't' && name[1] == '\0')
+            type = a[1];
+        else if (name[0] == 's' && name[1] == '\0')
+            style = a[1];
+    }
     if (ref && !parseReference(ref, &m_cellRow, &m_column))
         return false;
     if (m_column >= MaxColumns)
         return false;
     m_nextColumn = m_column + 1;
-    const char *type = attribute(attributes, Ns::None, "t");
     m_type = type ? type : "";
-    const char *style = attribute(attributes, Ns::None, "s");
     qint64 index = -1;
     m_style = style && parseInt(style, &index) && index <= qint64(MaxCells) ? int(index) : -1;
     m_hasValue = m_hasInline = false;
