@@ -68,7 +68,8 @@ bool writeParts(const QString &path, const Parts &parts)
     bool ok = zip.open(QuaZip::mdCreate);
     for (auto it = parts.cbegin(); ok && it != parts.cend(); ++it) {
         QuaZipFile file(&zip);
-        ok = file.open(QIODevice::WriteOnly, QuaZipNewInfo(it.key()))
+        // Stored, not deflated: a damaged byte is then for the checksum alone to find.
+        ok = file.open(QIODevice::WriteOnly, QuaZipNewInfo(it.key()), nullptr, 0, 0)
                 && file.write(*it) == it->size();
     }
     zip.close();
@@ -212,9 +213,7 @@ void tst_XlsxReader::files_data()
     QVERIFY(writeParts(m_dir.filePath("whole.xlsx"), package(rows)));
     QByteArray bytes = TestSupport::readFile(m_dir.filePath("whole.xlsx"));
     QTest::newRow("truncated") << Parts{{QString(), bytes.left(bytes.size() - 30)}} << refused;
-    for (int i = bytes.indexOf("sheet1.xml") + 100; i < bytes.indexOf("sheet1.xml") + 400; i += 7)
-        bytes[i] = char(bytes.at(i) ^ 0x5a);
-    QTest::newRow("damaged") << Parts{{QString(), bytes}} << refused;
+    QTest::newRow("damaged") << Parts{{QString(), bytes.replace("v>", "w>")}} << refused;
     for (const QString &part : base.keys()) {
         QTest::addRow("malformed %s", qPrintable(part)) << with(base, part, base.value(part) + "<")
                                                         << refused;
