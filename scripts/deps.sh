@@ -5,7 +5,7 @@ set -euo pipefail
 packages=(
     build-essential cmake pkg-config
     qtbase5-dev libqt5sql5-sqlite
-    libquazip1-qt5-dev libxlsxwriter-dev
+    libquazip1-qt5-dev libexpat1-dev libxlsxwriter-dev
     sqlite3 libsqlite3-dev xlsx2csv doxygen
     clang libclang-rt-14-dev
 )

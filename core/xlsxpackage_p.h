@@ -1,0 +1,41 @@
+#ifndef CORE_XLSXPACKAGE_P_H
+#define CORE_XLSXPACKAGE_P_H
+
+#include <QHash>
+#include <QString>
+
+#include <quazip.h>
+
+namespace Core {
+namespace Xlsx {
+
+class XmlHandler;
+
+struct Relationship
+{
+    QString target; // part name, resolved against the owning part's folder
+    QString type;
+};
+
+// The zip archive of a workbook and the relationships between its parts.
+class XlsxPackage
+{
+public:
+    enum class Result { Read, Missing, Failed };
+
+    explicit XlsxPackage(const QString &path);
+    bool open();
+    Result read(const QString &partName, XmlHandler &handler);
+    // The internal relationships of a part (the package's own for an empty name), by id.
+    Result relationships(const QString &partName, QHash<QString, Relationship> *relationships);
+
+private:
+    QuaZip m_zip;
+};
+
+QString resolveTarget(const QString &partName, const QString &target);
+
+} // namespace Xlsx
+} // namespace Core
+
+#endif // CORE_XLSXPACKAGE_P_H

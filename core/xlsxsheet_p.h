@@ -1,0 +1,166 @@
+#ifndef CORE_XLSXSHEET_P_H
+#define CORE_XLSXSHEET_P_H
+
+#include "xlsxstyles_p.h"
+#include "xlsxxml_p.h"
+
+#include <QByteArray>
+#include <QString>
+#include <QVector>
+
+#include <memory>
+#include <string>
+#include <vector>
+
+namespace Core {
+namespace Xlsx {
+
+// A stored cell: what it holds and where to find it, its text built only when asked for.
+struct Cell
+{
+    enum Kind : quint8 { Shared, String, Verbatim, Number };
+    quint16 column;
+    Kind kind;
+    Display display; // of a number
+    // Shared: a is the shared string index. String, Verbatim: a and b are the position and size
+    // in the text pool. Number: the bits of the double.
+    quint32 a;
+    quint32 b;
+};
+
+// Cells in blocks that never move, so that growing the list never copies it.
+class CellList
+{
+public:
+    size_t size() const { return m_size; }
+    Cell &operator[](size_t i) { return m_blocks[i >> BlockBits][i & BlockMask]; }
+    const Cell &operator[](size_t i) const { return m_blocks[i >> BlockBits][i & BlockMask]; }
+    void append(const Cell &cell);
+    void clear();
+
+private:
+    static constexpr int BlockBits = 16;
+    static constexpr size_t BlockMask = (size_t(1) << BlockBits) - 1;
+    std::vector<std::unique_ptr<Cell[]>> m_blocks;
+    size_t m_size = 0;
+};
+
+// The cells of one worksheet and the texts they use, stored by row and column.
+class SheetData
+{
+public:
+    QString text(int row, int column) const;
+    int rows() const { return m_rows; }
+    int columns() const { return m_columns; }
+    bool isEmpty() const { return m_cells.size() == 0; }
+
+    bool date1904 = false;
+    QVector<Display> displays; // by cell format index
+
+private:
+    friend class TextCollector;
+    friend class SharedStringsHandler;
+    friend class SheetHandler;
+
+    struct Span
+    {
+        quint32 pos;
+        quint32 size;
+    };
+    struct RowStart
+    {
+        qint32 row;
+        quint32 index;
+    };
+
+    bool appendText(const char *text, size_t size);
+    Span takeText(quint32 start) const { return {start, quint32(m_pool.size()) - start}; }
+    bool addCell(int row, const Cell &cell);
+    bool finish();
+    void sortCells();
+
+    QByteArray m_pool; // UTF-8 texts back to back
+    std::vector<Span> m_sharedStrings;
+    CellList m_cells;
+    // While reading: the first cell of every run of cells in one row. Then: rows by index.
+    std::vector<RowStart> m_runs;
+    std::vector<quint32> m_rowStarts;
+    bool m_sorted = true;
+    int m_rows = 0;
+    int m_columns = 0;
+};
+
+// Collects the text of a rich text element (<si>, <is>) without its phonetic guides into the
+// text pool.
+class TextCollector
+{
+public:
+    explicit TextCollector(SheetData &sheet) : m_sheet(sheet) { }
+    void begin(int depth);
+    bool active() const { return m_baseDepth > 0; }
+    // Called for every element inside; depth counts from the document root.
+    void start(Ns ns, const char *name, int depth);
+    bool characters(const char *text, int size, int depth);
+    // At the end tag of an element; true when it closes the rich text.
+    bool end(int depth, SheetData::Span *span);
+
+private:
+    SheetData &m_sheet;
+    int m_baseDepth = 0;
+    int m_runDepth = 0; // of an <r> run
+    int m_textDepth = 0; // of the <t> being collected
+    quint32 m_start = 0;
+};
+
+class SharedStringsHandler : public XmlHandler
+{
+public:
+    explicit SharedStringsHandler(SheetData &sheet) : m_sheet(sheet), m_text(sheet) { }
+    bool startElement(Ns ns, const char *name, const char **attributes) override;
+    bool endElement() override;
+    bool characters(const char *text, int size) override;
+
+private:
+    SheetData &m_sheet;
+    TextCollector m_text;
+    int m_depth = 0;
+};
+
+class SheetHandler : public XmlHandler
+{
+public:
+    explicit SheetHandler(SheetData &sheet) : m_sheet(sheet), m_text(sheet) { }
+    bool startElement(Ns ns, const char *name, const char **attributes) override;
+    bool endElement() override;
+    bool characters(const char *text, int size) override;
+    // After the parse: false when the part held no sheet data or too large an area.
+    bool finish();
+
+private:
+    bool startRow(const char **attributes);
+    bool startCell(const char **attributes);
+    bool endCell();
+
+    SheetData &m_sheet;
+    TextCollector m_text;
+    int m_depth = 0;
+    int m_level = 0; // depth of the innermost open worksheet, sheetData, row or c
+    bool m_sheetDataSeen = false;
+    int m_row = 0;
+    int m_cellRow = 0;
+    int m_nextRow = 0;
+    int m_column = 0;
+    int m_nextColumn = 0;
+    std::string m_type;
+    int m_style = -1;
+    bool m_inValue = false;
+    bool m_hasValue = false;
+    bool m_hasInline = false;
+    std::string m_value;
+    SheetData::Span m_inline = {0, 0};
+};
+
+} // namespace Xlsx
+} // namespace Core
+
+#endif // CORE_XLSXSHEET_P_H
