@@ -16,6 +16,8 @@ class tst_DatabaseGenerator : public QObject
     Q_OBJECT
 
 private slots:
+    // Nothing of the user's is touched, whatever the library looks up.
+    void initTestCase() { QStandardPaths::setTestModeEnabled(true); }
     void import_data();
     void import();
     void matchesLineByLineReading_data();
@@ -66,6 +68,8 @@ void tst_DatabaseGenerator::import_data()
         QStringLiteral("1,'名字','值'\n2,'北京','上 海'"));
     row("source missing", QByteArray(), "", "Open file fail");
     row("only separators", ",,\n,\n\n", "", "Source file empty");
+    row("more columns than SQLite allows", QByteArray("a,").repeated(2001) + "\n", "",
+        "Create database fail");
     row("sixth head line disagrees", QByteArray("a,b\n").repeated(5) + "a\n", "", "Content error");
     // Reused as it is, neither dropped nor widened: every row fails.
     row("existing table of other columns", "a,b,c\nd,e,f\n", "",
@@ -142,14 +146,15 @@ void tst_DatabaseGenerator::import()
 void tst_DatabaseGenerator::matchesLineByLineReading_data()
 {
     QTest::addColumn<QByteArray>("bytes");
+    QTest::addColumn<QString>("separator"); // ASCII, several bytes, and a GB2312 character
     const QByteArray head = QByteArray("h,h\n").repeated(6);
     const auto edge = [&](int size, const QByteArray &tail) {
         return head + QByteArray(size - head.size() - 1, 'x') + tail;
     };
-    QTest::newRow("CRLF across buffer end") << edge(16384, "\r\nb\r1\r2\r\n");
-    QTest::newRow("LF at buffer end") << edge(16384, "\nb\rc\n");
-    QTest::newRow("CRLF across block end") << edge(1 << 20, "\r\nb\r\n");
-    QTest::newRow("lines longer than a block") << edge(3 << 20, "\r\n,\r\nend");
+    QTest::newRow("CRLF across buffer end") << edge(16384, "\r\nb\r1\r2\r\n") << QStringLiteral(",");
+    QTest::newRow("LF at buffer end") << edge(16384, "\nb\rc\n") << QStringLiteral(",");
+    QTest::newRow("CRLF across block end") << edge(1 << 20, "\r\nb\r\n") << QStringLiteral(",");
+    QTest::newRow("lines longer than a block") << edge(3 << 20, "\r\n,\r\nend") << QStringLiteral(",");
     const QByteArray pieces[] = {",", "\r", "\r\n", " ", "\t", "ab", "\"", "--", "\xb0\xa1", "\xff",
                                  "\x80", ",,", "\xfe\xff", "\xef\xbb\xbf", "\xa1\xa1", "\xb0", "x y",
                                  "\xff\xfe", QByteArray("\0\xd8", 2), QByteArray("\0\xdc", 2), "\xff\xff"};
@@ -163,7 +168,8 @@ void tst_DatabaseGenerator::matchesLineByLineReading_data()
                 bytes += pieces[random.bounded(int(sizeof pieces / sizeof *pieces))];
             bytes += random.bounded(3) ? "\n" : "\r\n";
         }
-        QTest::addRow("random %u", seed) << bytes;
+        QTest::addRow("random %u", seed)
+                << bytes << QStringList{",", "--", QStringLiteral("啊")}.at(int(seed) - 1);
     }
 }
 
@@ -172,9 +178,12 @@ void tst_DatabaseGenerator::matchesLineByLineReading_data()
 void tst_DatabaseGenerator::matchesLineByLineReading()
 {
     QFETCH(QByteArray, bytes);
+    QFETCH(QString, separator);
     m_database = m_dir.filePath(QString(QTest::currentDataTag()) + ".db");
+    DatabaseGenerator generator;
+    generator.setSeparator(separator);
     QVERIFY(TestSupport::writeFile(m_source, bytes)
-            && DatabaseGenerator().importOriginalFile(m_source, m_database));
+            && generator.importOriginalFile(m_source, m_database));
 
     const QString names = query("SELECT group_concat(name) FROM pragma_table_info('table1');");
     const int columns = names.count(QLatin1Char(',')) + 1;
@@ -190,7 +199,7 @@ void tst_DatabaseGenerator::matchesLineByLineReading()
         const QByteArray line = file.readLine();
         QTextStream stream(line);
         stream.setCodec(QTextCodec::codecForUtfText(line, QTextCodec::codecForName("GB2312")));
-        QStringList values = stream.readAll().trimmed().split(QLatin1Char(','), Qt::SkipEmptyParts);
+        QStringList values = stream.readAll().trimmed().split(separator, Qt::SkipEmptyParts);
         if (values.isEmpty())
             continue;
         values.prepend(QString::number(++rows));

@@ -95,6 +95,8 @@ class tst_XlsxReader : public QObject
     Q_OBJECT
 
 private slots:
+    // Nothing of the user's is touched, whatever the library looks up.
+    void initTestCase() { QStandardPaths::setTestModeEnabled(true); }
     void sparseFarCell();
     void numberFormats_data();
     void numberFormats();

@@ -14,6 +14,8 @@ class tst_XlsxToDBGenerator : public QObject
     Q_OBJECT
 
 private slots:
+    // Nothing of the user's is touched, whatever the library looks up.
+    void initTestCase() { QStandardPaths::setTestModeEnabled(true); }
     void import_data();
     void import();
 
