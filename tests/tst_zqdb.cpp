@@ -194,6 +194,13 @@ void tst_Zqdb::standardStreamsKeepDataApart()
     QCOMPARE(run.bytes, TestSupport::iconvEncode(QString::fromUtf8("1,杭州,1,\n"), "GBK"));
     QVERIFY(run.err.contains("Exported 1 row(s) of table1"));
     QCOMPARE(zqdb({"cat", database, "--csv", "-"}).out, "column1,column2\n" + text);
+    const QByteArray before = TestSupport::readFile(database);
+    for (const QString command : {"cat", "export"}) {
+        run = zqdb({command, database, database});
+        QVERIFY2(run.exitCode == 1 && run.err.contains("the database being read"),
+                 qPrintable(run.err));
+    }
+    QCOMPARE(TestSupport::readFile(database), before);
     run = zqdb({"export", database, m_catalogue->filePath("no/x.csv")});
     QVERIFY2(run.exitCode == 1 && run.err.contains("does not exist"), qPrintable(run.err));
 }

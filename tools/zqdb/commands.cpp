@@ -250,12 +250,12 @@ int catRows(const QString &database, const CatOptions &options, QTextStream &out
     QFile file(options.output);
     QIODevice *device = out.device();
     if (options.output != QLatin1String("-")) {
-        QString problem = DatabaseFile::writeProblem(options.output, false);
+        QString problem
+                = DatabaseFile::cannotWrite(options.output, false, session.catalogue()->path(name));
         if (problem.isEmpty() && !file.open(QIODevice::WriteOnly | QIODevice::Truncate))
-            problem = file.errorString();
+            problem = tr("cannot write '%1': %2.").arg(shown(options.output), file.errorString());
         if (!problem.isEmpty()) {
-            err << tr("zqdb cat: cannot write '%1': %2.").arg(shown(options.output), problem)
-                << '\n';
+            err << "zqdb cat: " << problem << '\n';
             return Failure;
         }
         device = &file;
@@ -346,9 +346,9 @@ int exportCsv(const QString &database, const QString &csvFile, QTextStream &out,
         }
         target = pipeCopy.fileName();
     } else {
-        const QString problem = DatabaseFile::writeProblem(csvFile, false);
+        const QString problem = DatabaseFile::cannotWrite(csvFile, false, path);
         if (!problem.isEmpty()) {
-            err << tr("zqdb export: cannot write '%1': %2.").arg(shown(csvFile), problem) << '\n';
+            err << "zqdb export: " << problem << '\n';
             return Failure;
         }
     }

@@ -145,4 +145,16 @@ QString DatabaseFile::writeProblem(const QString &path, bool inDirectory)
     return QString();
 }
 
+QString DatabaseFile::cannotWrite(const QString &path, bool inDirectory, const QString &database)
+{
+    const QString canonical = QFileInfo(path).canonicalFilePath();
+    QString problem = !database.isEmpty() && !canonical.isEmpty()
+                    && canonical == QFileInfo(database).canonicalFilePath()
+            ? tr("it is the database being read")
+            : writeProblem(path, inDirectory);
+    if (problem.isEmpty())
+        return problem;
+    return tr("cannot write '%1': %2.").arg(shown(path), problem);
+}
+
 } // namespace Zqdb

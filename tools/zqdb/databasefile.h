@@ -39,6 +39,10 @@ public:
     // Why path cannot be written (or, with inDirectory, why no file can be created beside it),
     // or an empty string when nothing stands in the way.
     static QString writeProblem(const QString &path, bool inDirectory);
+    // "cannot write 'path': why." when path cannot be written or is the database being read
+    // (when given); an empty string when nothing stands in the way.
+    static QString cannotWrite(const QString &path, bool inDirectory,
+                               const QString &database = QString());
 };
 
 } // namespace Zqdb

@@ -260,12 +260,8 @@ bool Importer::checkTarget(const QString &target)
             return false;
         }
     }
-    const QString problem = DatabaseFile::writeProblem(target, true);
-    if (!problem.isEmpty()) {
-        fail(tr("cannot write '%1': %2.").arg(shown(target), problem));
-        return false;
-    }
-    return true;
+    const QString problem = DatabaseFile::cannotWrite(target, true);
+    return problem.isEmpty() || refuse(problem);
 }
 
 void Importer::adviseOnText(const QString &path, const QString &shownName)
