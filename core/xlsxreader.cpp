@@ -51,14 +51,19 @@ private:
     bool m_inSheets = false;
 };
 
-// The target of the first relationship of the given type.
+// The target of the relationship of the given type with the lowest Id: a package has one of
+// each, and one with several is read the same way in every process (QHash order is seeded).
 QString targetOfType(const QHash<QString, Relationship> &relationships, QLatin1String type)
 {
-    for (const Relationship &relationship : relationships) {
-        if (relationship.type.endsWith(type))
-            return relationship.target;
+    QString id;
+    QString target;
+    for (auto it = relationships.cbegin(); it != relationships.cend(); ++it) {
+        if (it->type.endsWith(type) && (id.isNull() || it.key() < id)) {
+            id = it.key();
+            target = it->target;
+        }
     }
-    return QString();
+    return target;
 }
 
 } // namespace

@@ -54,7 +54,7 @@ QString decodeLine(const char *data, int size, QTextCodec *gb2312,
     const QByteArray bytes = QByteArray::fromRawData(data, size);
     QTextCodec *codec = QTextCodec::codecForUtfText(bytes, gb2312);
     if (codec && size <= StreamChunk) {
-        if (codec == gb2312 && data[size - 1] == '\n')
+        if (codec == gb2312 && size > 0 && data[size - 1] == '\n')
             return codec->toUnicode(data, size, gbState);
         QTextCodec::ConverterState state;
         return codec->toUnicode(data, size, &state);

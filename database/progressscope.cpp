@@ -45,12 +45,13 @@ bool ProgressReport::finish()
     return report(m_total);
 }
 
-// Calls the callback with done clamped to [last report, total], so done never goes back.
+// Calls the callback with done clamped to [last report, total], so done never goes back. The
+// next report is a step past the real position, so a total that fell short still throttles.
 bool ProgressReport::report(qint64 done)
 {
+    m_next = done + m_step;
     done = qBound(qMax<qint64>(m_last, 0), done, m_total);
     m_last = done;
-    m_next = done + m_step;
     if (!m_scope->m_callback(done, m_total))
         m_cancelled = true;
     return !m_cancelled;
