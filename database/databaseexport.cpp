@@ -5,10 +5,8 @@
 
 #include <QCoreApplication>
 #include <QFile>
-#include <QFileInfo>
 #include <QSaveFile>
 #include <QSqlDatabase>
-#include <QSqlDriver>
 #include <QSqlQueryModel>
 #include <QSqlRecord>
 #include <QTextCodec>

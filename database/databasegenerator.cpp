@@ -6,7 +6,6 @@
 
 #include <cstring>
 #include <QFile>
-#include <QFileInfo>
 #include <QObject>
 #include <QSqlDatabase>
 #include <QTextCodec>
