@@ -19,6 +19,9 @@
 #include <QTemporaryFile>
 #include <QTextStream>
 
+#include <cerrno>
+#include <cstring>
+
 // zqdb is a host application: it gives the library's reader identity a body.
 namespace Database {
 class DatabaseObject
@@ -123,12 +126,28 @@ QString openDatabase(Session &session, const QString &command, const QString &da
     return name;
 }
 
-// Puts what was written as data out before a status line follows on standard error.
-void flushData(QTextStream &out)
+// Puts what was written as data out before a status line follows on standard error; false,
+// with the reason on err, when standard output refused it.
+bool flushData(const char *command, QTextStream &out, QTextStream &err)
 {
+    errno = 0;
     out.flush();
-    if (auto *file = qobject_cast<QFileDevice *>(out.device()))
-        file->flush();
+    int error = errno;
+    bool ok = out.status() == QTextStream::Ok;
+    auto *file = qobject_cast<QFileDevice *>(out.device());
+    errno = 0;
+    if (file && !file->flush()) {
+        ok = false;
+        error = errno != 0 ? errno : error;
+    }
+    if (ok)
+        return true;
+    const QString reason = error != 0 ? QString::fromLocal8Bit(std::strerror(error))
+            : file && file->error() != QFileDevice::NoError ? file->errorString()
+                                                            : tr("the write failed");
+    err << tr("zqdb %1: cannot write to standard output: %2.").arg(QLatin1String(command), reason)
+        << '\n';
+    return false;
 }
 
 // Sends a file's bytes to a device; false on a write error.
@@ -174,7 +193,7 @@ int listDatabases(QTextStream &out, QTextStream &err)
             << QString(width - RowPrinter::displayWidth(name), QLatin1Char(' ')) << "  "
             << shown(manager->path(name)) << '\n';
     }
-    return Success;
+    return flushData("list", out, err) ? Success : Failure;
 }
 
 int showInfo(const QString &database, QTextStream &out, QTextStream &err)
@@ -214,8 +233,13 @@ int showInfo(const QString &database, QTextStream &out, QTextStream &err)
                                                ? tr("unknown")
                                                : QLatin1String(QVariant::typeToName(type))});
         }
+        if (!printer.finish()) {
+            err << tr("zqdb info: cannot write to standard output: %1.").arg(printer.errorString())
+                << '\n';
+            return Failure;
+        }
     }
-    return Success;
+    return flushData("info", out, err) ? Success : Failure;
 }
 
 int catRows(const QString &database, const CatOptions &options, QTextStream &out, QTextStream &err)
@@ -294,11 +318,12 @@ int catRows(const QString &database, const CatOptions &options, QTextStream &out
         err << tr("zqdb cat: cannot write '%1': %2.")
                         .arg(options.output == QLatin1String("-") ? tr("standard output")
                                                                   : shown(options.output),
-                             device->errorString())
+                             printer.errorString())
             << '\n';
         return Failure;
     }
-    flushData(out);
+    if (!flushData("cat", out, err))
+        return Failure;
     if (!options.csv)
         err << tr("(rows %1 to %2 of %3)")
                         .arg(options.from)
@@ -376,14 +401,17 @@ int exportCsv(const QString &database, const QString &csvFile, QTextStream &out,
     }
     if (toStandardOutput) {
         out.flush();
+        errno = 0;
         if (!copyFile(target, out.device())) {
             err << tr("zqdb export: cannot write to standard output: %1.")
-                            .arg(out.device()->errorString())
+                            .arg(errno != 0 ? QString::fromLocal8Bit(std::strerror(errno))
+                                            : out.device()->errorString())
                 << '\n';
             return Failure;
         }
     }
-    flushData(out);
+    if (!flushData("export", out, err))
+        return Failure;
     const QString where
             = toStandardOutput ? tr("standard output") : QStringLiteral("'%1'").arg(shown(csvFile));
     if (tableCount > 1)
@@ -450,9 +478,16 @@ int walkMemoryTable(const QString &linesFile, TextSource::Encoding encoding, boo
             printer.addRow(cells);
             memory->doNext();
         } while (!memory->isEnd());
-        printer.finish();
-        flushData(out);
-        err << tr("(%n input line(s))", nullptr, memory->getTableRowsCount()) << '\n';
+        if (!printer.finish()) {
+            err << tr("zqdb memory: cannot write to standard output: %1.")
+                            .arg(printer.errorString())
+                << '\n';
+            result = Failure;
+        } else if (!flushData("memory", out, err)) {
+            result = Failure;
+        } else {
+            err << tr("(%n input line(s))", nullptr, memory->getTableRowsCount()) << '\n';
+        }
     }
     Database::MemoryDatabaseManager::destruct();
     return result;

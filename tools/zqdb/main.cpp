@@ -316,6 +316,10 @@ int main(int argc, char *argv[])
                                        out, err);
     }
     out.flush();
+    if (result == Zqdb::Success && out.status() != QTextStream::Ok) {
+        err << tr("zqdb: cannot write to standard output.") << '\n';
+        result = Zqdb::Failure;
+    }
     err.flush();
     return result;
 }

@@ -2,6 +2,9 @@
 
 #include <QIODevice>
 
+#include <cerrno>
+#include <cstring>
+
 namespace Zqdb {
 
 namespace {
@@ -144,8 +147,12 @@ bool RowPrinter::write(bool force)
 {
     if (m_buffer.isEmpty() || (!force && m_buffer.size() < BufferBytes))
         return !m_failed;
-    if (m_device->write(m_buffer) != m_buffer.size())
+    errno = 0;
+    if (!m_failed && m_device->write(m_buffer) != m_buffer.size()) {
         m_failed = true;
+        m_error = errno != 0 ? QString::fromLocal8Bit(std::strerror(errno))
+                             : m_device->errorString();
+    }
     m_buffer.resize(0); // keeps the allocation for the next rows
     return !m_failed;
 }

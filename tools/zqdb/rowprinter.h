@@ -30,6 +30,8 @@ public:
     void addRow(const QVector<QString> &cells) { addRow(cells.constData(), cells.size()); }
     // Writes what is still held back; false when the device refused a write.
     bool finish();
+    // Why the device refused a write (the system's reason).
+    QString errorString() const { return m_error; }
 
     // Terminal cells a text takes: East Asian wide and full-width characters take two.
     static int displayWidth(const QString &text);
@@ -48,6 +50,7 @@ private:
     QList<QVector<QString>> m_heldBack;
     bool m_widthsFixed = false;
     bool m_failed = false;
+    QString m_error;
     QByteArray m_buffer; // UTF-8 not yet written
 };
 
