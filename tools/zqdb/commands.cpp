@@ -20,6 +20,7 @@
 #include <QTextStream>
 
 #include <cerrno>
+#include <climits>
 #include <cstring>
 
 // zqdb is a host application: it gives the library's reader identity a body.
@@ -414,17 +415,21 @@ int exportCsv(const QString &database, const QString &csvFile, QTextStream &out,
         return Failure;
     const QString where
             = toStandardOutput ? tr("standard output") : QStringLiteral("'%1'").arg(shown(csvFile));
+    // A table that cannot be counted (a damaged database) has no row count to report.
+    const QString exported = rows < 0 ? tr("an unknown number of rows")
+                                      : tr("%n row(s)", nullptr, int(qMin<qint64>(rows, INT_MAX)));
     if (tableCount > 1)
-        err << tr("Exported %n row(s) of %1, the first of %2 tables (export writes only the "
-                  "first), "
-                  "to %3 (GBK).",
-                  nullptr, int(rows))
-                        .arg(table)
+        err << tr("Exported %1 of %2, the first of %3 tables (export writes only the first), "
+                  "to %4 (GBK).")
+                        .arg(exported, table)
                         .arg(tableCount)
                         .arg(where)
             << '\n';
     else
-        err << tr("Exported %n row(s) of %1 to %2 (GBK).", nullptr, int(rows)).arg(table, where)
+        err << tr("Exported %1 of %2 to %3 (GBK).").arg(exported, table, where) << '\n';
+    if (rows < 0)
+        err << tr("zqdb export: warning: the rows of %1 could not be counted; check %2.")
+                        .arg(table, where)
             << '\n';
     return Success;
 }
