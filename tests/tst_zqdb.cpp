@@ -132,11 +132,13 @@ void tst_Zqdb::importInfoCatRoundTrip()
                      && run.out.contains(QRegularExpression("column2 +TEXT +QString")),
              qPrintable(run.out));
 
-    run = zqdb({"cat", "people", "--from", "1", "--count", "5"});
+    run = zqdb({"cat", "people", "--from", "1", "--count", "9223372036854775807"});
     QVERIFY2(run.exitCode == 0 && run.out.contains("bob") && run.out.contains("cy")
                      && !run.out.contains("ann"),
              qPrintable(run.out));
     QVERIFY(run.err.contains("(rows 1 to 2 of 3)"));
+    run = zqdb({"cat", "people", "--from", "3"});
+    QVERIFY2(run.exitCode == 0 && run.err.contains("past the last row, 2"), qPrintable(run.err));
 }
 
 // cat reads 50,000 rows per table, the tables in the driver's order; the shell reads the same.

@@ -272,20 +272,15 @@ int catRows(const QString &database, const CatOptions &options, QTextStream &out
         for (int i = 0; i < fields.size(); ++i)
             selected << i;
 
-    QFile file(options.output);
-    QIODevice *device = out.device();
-    if (options.output != QLatin1String("-")) {
-        QString problem
-                = DatabaseFile::cannotWrite(options.output, false, session.catalogue()->path(name));
-        if (problem.isEmpty() && !file.open(QIODevice::WriteOnly | QIODevice::Truncate))
-            problem = tr("cannot write '%1': %2.").arg(shown(options.output), file.errorString());
+    const QString databasePath = session.catalogue()->path(name);
+    const bool toFile = options.output != QLatin1String("-");
+    if (toFile) {
+        const QString problem = DatabaseFile::cannotWrite(options.output, false, databasePath);
         if (!problem.isEmpty()) {
             err << "zqdb cat: " << problem << '\n';
             return Failure;
         }
-        device = &file;
     }
-    out.flush();
 
     QStringList header;
     for (int index : qAsConst(selected))
@@ -293,14 +288,28 @@ int catRows(const QString &database, const CatOptions &options, QTextStream &out
     if (!options.csv)
         header.prepend(tr("row"));
     const qint64 total = handler->getTableRecordCount();
-    const qint64 end = qMin<qint64>(total, options.from + options.count);
-    RowStream stream(session.catalogue()->path(name), userTables(handler), fields);
+    const qint64 end = options.from >= total
+            ? options.from
+            : options.from + qMin<qint64>(options.count, total - options.from);
+    RowStream stream(databasePath, userTables(handler), fields);
     if (!stream.isOpen()) {
-        err << tr("zqdb cat: cannot read '%1': %2.")
-                        .arg(shown(session.catalogue()->path(name)), stream.errorString())
+        err << tr("zqdb cat: cannot read '%1': %2.").arg(shown(databasePath), stream.errorString())
             << '\n';
         return Failure;
     }
+    // The output file is truncated only once the rows can be read.
+    QFile file(options.output);
+    QIODevice *device = out.device();
+    if (toFile) {
+        if (!file.open(QIODevice::WriteOnly | QIODevice::Truncate)) {
+            err << tr("zqdb cat: cannot write '%1': %2.")
+                            .arg(shown(options.output), file.errorString())
+                << '\n';
+            return Failure;
+        }
+        device = &file;
+    }
+    out.flush();
     RowPrinter printer(device, options.csv ? RowPrinter::Csv : RowPrinter::Aligned, header);
     QVector<QString> line;
     stream.read(options.from, end, selected, [&](qint64 row, const RowStream::Cell *cells) {
@@ -315,17 +324,23 @@ int catRows(const QString &database, const CatOptions &options, QTextStream &out
         printer.addRow(line);
         return true;
     });
-    if (!printer.finish()) {
+    if (!printer.finish() || (toFile && !file.flush())) {
         err << tr("zqdb cat: cannot write '%1': %2.")
                         .arg(options.output == QLatin1String("-") ? tr("standard output")
                                                                   : shown(options.output),
-                             printer.errorString())
+                             printer.errorString().isEmpty() ? file.errorString()
+                                                             : printer.errorString())
             << '\n';
         return Failure;
     }
     if (!flushData("cat", out, err))
         return Failure;
-    if (!options.csv)
+    if (options.from >= total && total > 0)
+        err << tr("zqdb cat: --from %1 is past the last row, %2: no rows to print.")
+                        .arg(options.from)
+                        .arg(total - 1)
+            << '\n';
+    else if (!options.csv)
         err << tr("(rows %1 to %2 of %3)")
                         .arg(options.from)
                         .arg(qMax<qint64>(options.from, end) - 1)
