@@ -406,12 +406,14 @@ int exportCsv(const QString &database, const QString &csvFile, QTextStream &out,
         err << tr("zqdb export: cancelled.") << '\n';
         return Failure;
     }
+    const QString where
+            = toStandardOutput ? tr("standard output") : QStringLiteral("'%1'").arg(shown(csvFile));
     if (!ok) {
-        QFile probe(target);
-        err << tr("zqdb export: exporting '%1' to '%2' failed: %3.")
-                        .arg(shown(path), shown(csvFile),
-                             probe.open(QIODevice::Append) ? tr("the database could not be read")
-                                                           : probe.errorString())
+        // Looked at, not opened: opening could create the file the export did not write.
+        const QString problem = DatabaseFile::writeProblem(target, false);
+        err << tr("zqdb export: exporting '%1' to %2 failed: %3.")
+                        .arg(shown(path), where,
+                             problem.isEmpty() ? tr("the database could not be read") : problem)
             << '\n';
         return Failure;
     }
@@ -428,8 +430,6 @@ int exportCsv(const QString &database, const QString &csvFile, QTextStream &out,
     }
     if (!flushData("export", out, err))
         return Failure;
-    const QString where
-            = toStandardOutput ? tr("standard output") : QStringLiteral("'%1'").arg(shown(csvFile));
     // A table that cannot be counted (a damaged database) has no row count to report.
     const QString exported = rows < 0 ? tr("an unknown number of rows")
                                       : tr("%n row(s)", nullptr, int(qMin<qint64>(rows, INT_MAX)));
