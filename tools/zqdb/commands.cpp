@@ -376,6 +376,7 @@ int exportCsv(const QString &database, const QString &csvFile, QTextStream &out,
     }
     // Standard output gets the file once it is complete.
     const bool toStandardOutput = csvFile == QLatin1String("-");
+    ProgressBar::installInterruptHandler();
     QTemporaryFile pipeCopy(QDir::tempPath() + QLatin1String("/zqdb-export-XXXXXX"));
     QString target = csvFile;
     if (toStandardOutput) {
@@ -386,6 +387,7 @@ int exportCsv(const QString &database, const QString &csvFile, QTextStream &out,
             return Failure;
         }
         target = pipeCopy.fileName();
+        ProgressBar::removeOnInterrupt(target);
     } else {
         const QString problem = DatabaseFile::cannotWrite(csvFile, false, path);
         if (!problem.isEmpty()) {
@@ -394,7 +396,6 @@ int exportCsv(const QString &database, const QString &csvFile, QTextStream &out,
         }
     }
     err.flush();
-    ProgressBar::installInterruptHandler();
     bool ok = false;
     {
         ProgressBar bar(tr("exporting"), ProgressBar::Rows);

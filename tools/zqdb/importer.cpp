@@ -78,6 +78,7 @@ bool Importer::refuse(const QString &message)
 
 int Importer::run(const QString &source, const QString &target)
 {
+    ProgressBar::installInterruptHandler(); // before any temporary file is made
     QTemporaryFile stdinCopy(QDir::tempPath() + QLatin1String("/zqdb-stdin-XXXXXX"));
     QString sourcePath;
     bool spreadsheet = false;
@@ -102,7 +103,10 @@ int Importer::run(const QString &source, const QString &target)
     QString importPath = sourcePath;
     if (!spreadsheet && m_options.encoding == TextSource::Utf8) {
         QString error;
-        if (!utf8Copy.open() || !TextSource::writeUtf8Copy(sourcePath, utf8Copy.fileName(), &error))
+        if (utf8Copy.open())
+            ProgressBar::removeOnInterrupt(utf8Copy.fileName());
+        if (!utf8Copy.isOpen()
+            || !TextSource::writeUtf8Copy(sourcePath, utf8Copy.fileName(), &error))
             return fail(tr("cannot prepare a UTF-8 copy of %1 in '%2': %3.")
                                 .arg(sourceName, shown(QDir::tempPath()),
                                      error.isEmpty() ? utf8Copy.errorString() : error));
@@ -123,6 +127,8 @@ int Importer::run(const QString &source, const QString &target)
         if (!replacement->open())
             return fail(tr("cannot create a new file beside '%1': %2.")
                                 .arg(shown(target), replacement->errorString()));
+        ProgressBar::removeOnInterrupt(replacement->fileName());
+        ProgressBar::removeOnInterrupt(replacement->fileName() + QLatin1String("-journal"));
         replacement->close();
         if (info.exists())
             replacement->setPermissions(QFile(target).permissions());
@@ -131,7 +137,6 @@ int Importer::run(const QString &source, const QString &target)
 
     m_err.flush();
     const QByteArray workName = QFile::encodeName(workPath);
-    ProgressBar::installInterruptHandler(replacement ? workName.constData() : nullptr);
     bool ok = false;
     QString log;
     {
@@ -168,8 +173,10 @@ int Importer::run(const QString &source, const QString &target)
         && std::rename(workName.constData(), QFile::encodeName(target).constData()) != 0)
         return fail(tr("cannot put the new database in place of '%1': %2.")
                             .arg(shown(target), QString::fromLocal8Bit(std::strerror(errno))));
-    if (replacement)
+    if (replacement) {
         replacement->setAutoRemove(false);
+        ProgressBar::keepOnInterrupt(workPath);
+    }
 
     if (ProgressBar::interrupted())
         m_err << tr("zqdb import: Ctrl-C came too late to stop the import.") << '\n';
@@ -199,7 +206,9 @@ bool Importer::openSource(const QString &source, QTemporaryFile &stdinCopy, QStr
                   << Qt::endl;
         }
         QString error;
-        if (!stdinCopy.open() || !copyStandardInput(stdinCopy, &error))
+        if (stdinCopy.open())
+            ProgressBar::removeOnInterrupt(stdinCopy.fileName());
+        if (!stdinCopy.isOpen() || !copyStandardInput(stdinCopy, &error))
             return refuse(tr("cannot keep standard input in '%1': %2.")
                                   .arg(shown(stdinCopy.fileName()),
                                        error.isEmpty() ? stdinCopy.errorString() : error));

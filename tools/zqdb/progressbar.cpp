@@ -2,6 +2,7 @@
 
 #include <QByteArray>
 #include <QCoreApplication>
+#include <QFile>
 
 #include <csignal>
 #include <cstring>
@@ -12,18 +13,20 @@ namespace Zqdb {
 namespace {
 
 volatile std::sig_atomic_t interruptCount = 0;
-char removeOnExit[4096] = {0};
-char removeJournalOnExit[4096 + 8] = {0};
+volatile std::sig_atomic_t cancelling = 0; // set once an operation can be asked to stop
+// Files to delete before Ctrl-C ends the process, encoded beforehand: the handler only unlinks.
+constexpr int MaxRemoved = 8;
+char removeOnExit[MaxRemoved][4096] = {};
+volatile std::sig_atomic_t removeCount = 0;
 
 extern "C" void onInterrupt(int)
 {
-    if (++interruptCount < 2)
+    if (cancelling && ++interruptCount < 2)
         return;
-    // The operation did not stop at the first request: leave no half-written file behind.
-    if (removeOnExit[0]) {
-        ::unlink(removeOnExit);
-        ::unlink(removeJournalOnExit);
-    }
+    // Nothing is listening for a cancel request, or it was not heeded: leave no file behind.
+    for (int i = 0; i < removeCount; ++i)
+        if (removeOnExit[i][0])
+            ::unlink(removeOnExit[i]);
     std::signal(SIGINT, SIG_DFL);
     std::raise(SIGINT);
 }
@@ -43,6 +46,7 @@ ProgressBar::ProgressBar(const QString &label, Unit unit)
     , m_unit(unit)
     , m_draw(::isatty(STDERR_FILENO) == 1)
 {
+    cancelling = 1;
     m_clock.start();
 }
 
@@ -51,20 +55,30 @@ ProgressBar::~ProgressBar()
     clear();
 }
 
-void ProgressBar::installInterruptHandler(const char *removeOnSecondInterrupt)
+void ProgressBar::installInterruptHandler()
 {
-    removeOnExit[0] = 0;
-    if (removeOnSecondInterrupt) {
-        std::strncpy(removeOnExit, removeOnSecondInterrupt, sizeof(removeOnExit) - 1);
-        // SQLite's rollback journal beside it goes too.
-        std::strcpy(removeJournalOnExit, removeOnExit);
-        std::strcat(removeJournalOnExit, "-journal");
-    }
     struct sigaction action;
     std::memset(&action, 0, sizeof(action));
     action.sa_handler = onInterrupt;
     sigemptyset(&action.sa_mask);
     sigaction(SIGINT, &action, nullptr);
+}
+
+void ProgressBar::removeOnInterrupt(const QString &path)
+{
+    const QByteArray name = QFile::encodeName(path);
+    if (path.isEmpty() || removeCount >= MaxRemoved || name.size() >= int(sizeof(removeOnExit[0])))
+        return;
+    std::memcpy(removeOnExit[removeCount], name.constData(), size_t(name.size()) + 1);
+    removeCount = removeCount + 1; // the entry is complete before the handler can see it
+}
+
+void ProgressBar::keepOnInterrupt(const QString &path)
+{
+    const QByteArray name = QFile::encodeName(path);
+    for (int i = 0; i < removeCount; ++i)
+        if (name == removeOnExit[i])
+            removeOnExit[i][0] = 0;
 }
 
 bool ProgressBar::interrupted()

@@ -24,10 +24,13 @@ public:
     // Clears the bar's line so that the next message starts on a clean line.
     void clear();
 
-    // The first Ctrl-C asks the running operation to stop; a second one ends the process.
-    // removeOnSecondInterrupt names a database file to delete, with its journal, before that
-    // happens (or null).
-    static void installInterruptHandler(const char *removeOnSecondInterrupt = nullptr);
+    // Until a bar exists, Ctrl-C deletes the files registered below and ends the process; from
+    // then on the first Ctrl-C asks the running operation to stop and a second one does that.
+    // Install it before the first temporary file is made.
+    static void installInterruptHandler();
+    // Registers a file (at most 8) that Ctrl-C deletes before it ends the process.
+    static void removeOnInterrupt(const QString &path);
+    static void keepOnInterrupt(const QString &path);
     static bool interrupted();
 
 private:
