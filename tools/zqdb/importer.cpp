@@ -118,6 +118,7 @@ int Importer::run(const QString &source, const QString &target)
         return Failure;
 
     // --replace builds the new database beside the target and swaps it in only on success.
+    const bool targetExisted = QFileInfo::exists(target);
     QScopedPointer<QTemporaryFile> replacement;
     QString workPath = target;
     if (m_options.mode == Replace) {
@@ -156,7 +157,9 @@ int Importer::run(const QString &source, const QString &target)
     }
     if (!ok && ProgressBar::interrupted()) {
         if (replacement)
-            return fail(tr("cancelled; '%1' was left as it was.").arg(shown(target)));
+            return fail(targetExisted
+                                ? tr("cancelled; '%1' was left as it was.").arg(shown(target))
+                                : tr("cancelled; no file '%1' was created.").arg(shown(target)));
         fail(tr("cancelled; the batch being written was rolled back. '%1' now holds:")
                      .arg(shown(target)));
         for (const QString &line : DatabaseFile::describe(DatabaseFile::tables(target)))
@@ -166,7 +169,10 @@ int Importer::run(const QString &source, const QString &target)
     if (!ok) {
         explainFailure(log, sourceName, importPath, replacement ? QString() : target);
         if (replacement)
-            m_err << tr("'%1' was left as it was.").arg(shown(target)) << '\n';
+            m_err << (targetExisted ? tr("'%1' was left as it was.")
+                                    : tr("No file '%1' was created."))
+                             .arg(shown(target))
+                  << '\n';
         return Failure;
     }
     if (replacement

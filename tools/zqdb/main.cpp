@@ -1,18 +1,20 @@
 // zqdb: drives the zqdatabase library from the command line.
 #include "commands.h"
 #include "importer.h"
+#include "translate.h"
 
 #include <core/settings.h>
 
 #include <QCommandLineParser>
 #include <QCoreApplication>
 #include <QLoggingCategory>
-#include <QTextCodec>
 #include <QTextStream>
 
 #include <csignal>
 #include <cstdio>
 #include <limits>
+
+using Zqdb::tr;
 
 namespace {
 
@@ -66,11 +68,6 @@ const QList<Command> &commands()
              {"FILE"}},
     };
     return list;
-}
-
-QString tr(const char *text)
-{
-    return QCoreApplication::translate("zqdb", text);
 }
 
 const Command *findCommand(const QString &name)
