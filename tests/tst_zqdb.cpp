@@ -37,13 +37,15 @@ private slots:
     void memoryWalksEveryRow();
 
 private:
-    Run zqdb(const QStringList &arguments, const QByteArray &input = QByteArray());
+    Run zqdb(const QStringList &arguments, const QByteArray &input = {}, const QString &out = {});
     TempCatalogue *m_catalogue = nullptr;
 };
 
-Run tst_Zqdb::zqdb(const QStringList &arguments, const QByteArray &input)
+Run tst_Zqdb::zqdb(const QStringList &arguments, const QByteArray &input, const QString &out)
 {
     QProcess process;
+    if (!out.isEmpty()) // standard output into this file
+        process.setStandardOutputFile(out);
     QStringList all{"--sys-dir", m_catalogue->sysDir(), "--user-dir", m_catalogue->userDir()};
     process.start(QStringLiteral(ZQDB_BINARY), all + arguments);
     process.write(input);
@@ -115,6 +117,7 @@ void tst_Zqdb::listShowsDefaultFirst()
     QVERIFY(TestSupport::writeFile(m_catalogue->userDir() + "/C.db", QByteArray()));
     const QStringList lines = zqdb({"list"}).out.split('\n', Qt::SkipEmptyParts);
     QVERIFY(lines.size() == 3 && lines.at(0).startsWith("* a ") && lines.at(2).startsWith("  b "));
+    QVERIFY(zqdb({"list"}, {}, "/dev/full").err.contains("No space left on device"));
 }
 
 void tst_Zqdb::importInfoCatRoundTrip()
