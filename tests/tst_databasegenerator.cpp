@@ -154,6 +154,8 @@ void tst_DatabaseGenerator::matchesLineByLineReading_data()
     QTest::newRow("CRLF across buffer end") << edge(16384, "\r\nb\r1\r2\r\n") << QStringLiteral(",");
     QTest::newRow("LF at buffer end") << edge(16384, "\nb\rc\n") << QStringLiteral(",");
     QTest::newRow("CRLF across block end") << edge(1 << 20, "\r\nb\r\n") << QStringLiteral(",");
+    // The reader hands the decoder an empty line for a lone CR that opens a new chunk.
+    QTest::newRow("lone CR after a chunk") << edge(16384, "\n\r") << QStringLiteral("啊");
     QTest::newRow("lines longer than a block") << edge(3 << 20, "\r\n,\r\nend") << QStringLiteral(",");
     const QByteArray pieces[] = {",", "\r", "\r\n", " ", "\t", "ab", "\"", "--", "\xb0\xa1", "\xff",
                                  "\x80", ",,", "\xfe\xff", "\xef\xbb\xbf", "\xa1\xa1", "\xb0", "x y",
