@@ -453,6 +453,13 @@ int exportCsv(const QString &database, const QString &csvFile, QTextStream &out,
     return Success;
 }
 
+QString utf8Warning(const QString &command, const QString &source)
+{
+    return tr("zqdb %1: warning: %2 looks like UTF-8 but is read as GB2312 (every line without a "
+              "byte-order mark); add --encoding utf-8 to read it as UTF-8.")
+            .arg(command, source);
+}
+
 int walkMemoryTable(const QString &linesFile, TextSource::Encoding encoding, bool encodingSet,
                     QTextStream &out, QTextStream &err)
 {
@@ -469,9 +476,7 @@ int walkMemoryTable(const QString &linesFile, TextSource::Encoding encoding, boo
         return Failure;
     }
     if (!encodingSet && TextSource::looksLikeUtf8(linesFile))
-        err << tr("zqdb memory: warning: '%1' looks like UTF-8 but is read as GB2312 (every "
-                  "line without a byte-order mark); add --encoding utf-8 to read it as UTF-8.")
-                        .arg(shown(linesFile))
+        err << utf8Warning(QStringLiteral("memory"), QStringLiteral("'%1'").arg(shown(linesFile)))
             << Qt::endl; // before the rows it is about
 
     Database::MemoryDatabaseManager::init();
