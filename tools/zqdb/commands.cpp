@@ -92,11 +92,6 @@ QString unknownDatabase(const QString &command, const QString &nameOrPath)
             .arg(command, nameOrPath);
 }
 
-QString notADatabase(const QString &command, const QString &path)
-{
-    return tr("zqdb %1: '%2' is not an SQLite database.").arg(command, shown(path));
-}
-
 QStringList userTables(Database::DatabaseHandler *handler)
 {
     QStringList tables = handler->getTables();
@@ -104,19 +99,39 @@ QStringList userTables(Database::DatabaseHandler *handler)
     return tables;
 }
 
-// Resolves a name or path to an open handler, or says why not. Returns the catalogue name.
-QString openDatabase(Session &session, const QString &command, const QString &database,
-                     Database::DatabaseHandler **handler, QTextStream &err)
+// The database file a catalogued name or, without a session, a path stands for; empty once err
+// says why not.
+QString checkedPath(Session *session, const QString &command, const QString &database,
+                    QTextStream &err, QString *name = nullptr)
 {
-    const QString name = session.resolve(database);
-    if (name.isEmpty()) {
+    const QString resolved = session ? session->resolve(database) : database;
+    if (name)
+        *name = resolved;
+    if (resolved.isEmpty()) {
         err << unknownDatabase(command, database) << '\n';
         return QString();
     }
-    const QString path = session.catalogue()->path(name);
+    const QString path = session ? session->catalogue()->path(resolved) : database;
     if (!DatabaseFile::looksLikeSqlite(path)) {
-        err << notADatabase(command, path) << '\n';
+        err << tr("zqdb %1: '%2' is not an SQLite database.").arg(command, shown(path)) << '\n';
         return QString();
+    }
+    return path;
+}
+
+// Resolves a name or path to an open handler, or says why not. Returns the catalogue name.
+// fieldTypes opens the application's default connection, which the handler takes them from.
+QString openDatabase(Session &session, const QString &command, const QString &database,
+                     Database::DatabaseHandler **handler, QTextStream &err, bool fieldTypes = false)
+{
+    QString name;
+    const QString path = checkedPath(&session, command, database, err, &name);
+    if (path.isEmpty())
+        return QString();
+    if (fieldTypes) {
+        QSqlDatabase defaultConnection = QSqlDatabase::addDatabase(QStringLiteral("QSQLITE"));
+        defaultConnection.setDatabaseName(path);
+        defaultConnection.open();
     }
     *handler = session.open(name);
     if (!*handler || !(*handler)->isDatabaseOpen()) {
@@ -200,17 +215,12 @@ int listDatabases(QTextStream &out, QTextStream &err)
 int showInfo(const QString &database, QTextStream &out, QTextStream &err)
 {
     Session session;
-    const QString name = session.resolve(database);
-    const QString path = name.isEmpty() ? QString() : session.catalogue()->path(name);
-    // The handler takes field types from the application's default connection.
-    if (!path.isEmpty() && DatabaseFile::looksLikeSqlite(path)) {
-        QSqlDatabase defaultConnection = QSqlDatabase::addDatabase(QStringLiteral("QSQLITE"));
-        defaultConnection.setDatabaseName(path);
-        defaultConnection.open();
-    }
     Database::DatabaseHandler *handler = nullptr;
-    if (openDatabase(session, QStringLiteral("info"), database, &handler, err).isEmpty())
+    const QString name
+            = openDatabase(session, QStringLiteral("info"), database, &handler, err, true);
+    if (name.isEmpty())
         return Failure;
+    const QString path = session.catalogue()->path(name);
     const QStringList tables = userTables(handler);
     out << tr("Database:") << ' ' << name << '\n';
     out << tr("File:") << "     " << shown(path) << '\n';
@@ -353,20 +363,13 @@ int exportCsv(const QString &database, const QString &csvFile, QTextStream &out,
 {
     QString path;
     if (QFileInfo(database).isFile()) {
-        path = database;
+        path = checkedPath(nullptr, QStringLiteral("export"), database, err);
     } else {
-        Session session;
-        const QString name = session.resolve(database);
-        if (name.isEmpty()) {
-            err << unknownDatabase(QStringLiteral("export"), database) << '\n';
-            return Failure;
-        }
-        path = session.catalogue()->path(name);
+        Session session; // only a name needs the catalogue
+        path = checkedPath(&session, QStringLiteral("export"), database, err);
     }
-    if (!DatabaseFile::looksLikeSqlite(path)) {
-        err << notADatabase(QStringLiteral("export"), path) << '\n';
+    if (path.isEmpty())
         return Failure;
-    }
     int tableCount = 0;
     qint64 rows = 0;
     const QString table = DatabaseFile::exportedTable(path, &tableCount, &rows);
@@ -450,6 +453,13 @@ int exportCsv(const QString &database, const QString &csvFile, QTextStream &out,
     return Success;
 }
 
+QString utf8Warning(const QString &command, const QString &source)
+{
+    return tr("zqdb %1: warning: %2 looks like UTF-8 but is read as GB2312 (every line without a "
+              "byte-order mark); add --encoding utf-8 to read it as UTF-8.")
+            .arg(command, source);
+}
+
 int walkMemoryTable(const QString &linesFile, TextSource::Encoding encoding, bool encodingSet,
                     QTextStream &out, QTextStream &err)
 {
@@ -466,9 +476,7 @@ int walkMemoryTable(const QString &linesFile, TextSource::Encoding encoding, boo
         return Failure;
     }
     if (!encodingSet && TextSource::looksLikeUtf8(linesFile))
-        err << tr("zqdb memory: warning: '%1' looks like UTF-8 but is read as GB2312 (every "
-                  "line without a byte-order mark); add --encoding utf-8 to read it as UTF-8.")
-                        .arg(shown(linesFile))
+        err << utf8Warning(QStringLiteral("memory"), QStringLiteral("'%1'").arg(shown(linesFile)))
             << Qt::endl; // before the rows it is about
 
     Database::MemoryDatabaseManager::init();

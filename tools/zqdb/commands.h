@@ -27,6 +27,8 @@ int listDatabases(QTextStream &out, QTextStream &err);
 int showInfo(const QString &database, QTextStream &out, QTextStream &err);
 int catRows(const QString &database, const CatOptions &options, QTextStream &out, QTextStream &err);
 int exportCsv(const QString &database, const QString &csvFile, QTextStream &out, QTextStream &err);
+// The warning for a text source that looks like UTF-8 but is read as GB2312; source is shown.
+QString utf8Warning(const QString &command, const QString &source);
 int walkMemoryTable(const QString &linesFile, TextSource::Encoding encoding, bool encodingSet,
                     QTextStream &out, QTextStream &err);
 

@@ -2,6 +2,7 @@
 #include "commands.h"
 #include "databasefile.h"
 #include "progressbar.h"
+#include "rowstream.h"
 #include "translate.h"
 
 #include <core/xlsxreader.h>
@@ -25,8 +26,14 @@ namespace Zqdb {
 
 namespace {
 
-constexpr qint64 RowsPerTable = 50000;
 const QByteArray ZipMagic("PK\x03\x04", 4);
+
+// The lines under a "'...' now holds:" heading, one per table.
+void listTables(QTextStream &err, const QList<DatabaseFile::Table> &tables, const char *indent)
+{
+    for (const QString &line : DatabaseFile::describe(tables))
+        err << indent << line << '\n';
+}
 
 QString shownSeparator(const QString &separator)
 {
@@ -162,8 +169,7 @@ int Importer::run(const QString &source, const QString &target)
                                 : tr("cancelled; no file '%1' was created.").arg(shown(target)));
         fail(tr("cancelled; the batch being written was rolled back. '%1' now holds:")
                      .arg(shown(target)));
-        for (const QString &line : DatabaseFile::describe(DatabaseFile::tables(target)))
-            m_err << "  " << line << '\n';
+        listTables(m_err, DatabaseFile::tables(target), "  ");
         return Failure;
     }
     if (!ok) {
@@ -185,18 +191,16 @@ int Importer::run(const QString &source, const QString &target)
     }
 
     if (ProgressBar::interrupted())
-        m_err << tr("zqdb import: Ctrl-C came too late to stop the import.") << '\n';
+        fail(tr("Ctrl-C came too late to stop the import."));
     m_err << tr("Imported %1 into '%2', which now holds:").arg(sourceName, shown(target)) << '\n';
-    for (const QString &line : DatabaseFile::describe(DatabaseFile::tables(target)))
-        m_err << "  " << line << '\n';
+    listTables(m_err, DatabaseFile::tables(target), "  ");
     if (m_options.mode == InPlace) {
         const QStringList kept = keptTables(importPath, spreadsheet);
         if (!kept.isEmpty())
-            m_err << tr("zqdb import: note: %n table(s) from before stay beside the new rows and "
-                        "count as records of '%1': %2. --replace imports into a fresh file.",
-                        nullptr, kept.size())
-                             .arg(shown(target), DatabaseFile::nameList(kept))
-                  << '\n';
+            fail(tr("note: %n table(s) from before stay beside the new rows and count as records "
+                    "of '%1': %2. --replace imports into a fresh file.",
+                    nullptr, kept.size())
+                         .arg(shown(target), DatabaseFile::nameList(kept)));
     }
     return Success;
 }
@@ -282,10 +286,7 @@ bool Importer::checkTarget(const QString &target)
 void Importer::adviseOnText(const QString &path, const QString &shownName)
 {
     if (!m_options.encodingSet && TextSource::looksLikeUtf8(path))
-        m_err << tr("zqdb import: warning: %1 looks like UTF-8 but is read as GB2312 (every "
-                    "line without a byte-order mark); add --encoding utf-8 to read it as UTF-8.")
-                         .arg(shownName)
-              << '\n';
+        m_err << utf8Warning(QStringLiteral("import"), shownName) << '\n';
     const QList<TextSource::HeadLine> head = TextSource::head(path, m_options.separator);
     for (const TextSource::HeadLine &line : head)
         if (line.hasSeparator)
@@ -352,8 +353,7 @@ void Importer::explainFailure(const QString &log, const QString &source, const Q
             = target.isEmpty() ? QList<DatabaseFile::Table>() : DatabaseFile::tables(target);
     if (!tables.isEmpty()) {
         m_err << "  " << tr("'%1' now holds:").arg(shown(target)) << '\n';
-        for (const QString &line : DatabaseFile::describe(tables))
-            m_err << "    " << line << '\n';
+        listTables(m_err, tables, "    ");
     }
 }
 
@@ -394,14 +394,11 @@ QStringList Importer::keptTables(const QString &source, bool spreadsheet) const
     } else {
         rows = TextSource::countRows(source, m_options.separator);
     }
-    const qint64 batches = (rows + RowsPerTable - 1) / RowsPerTable;
+    const qint64 batches = (rows + RowStream::RowsPerTable - 1) / RowStream::RowsPerTable;
     QStringList kept;
     for (const QString &name : m_tablesBefore) {
-        bool isNumber = false;
-        const qint64 index
-                = name.startsWith(QLatin1String("table")) ? name.mid(5).toLongLong(&isNumber) : 0;
-        if (!isNumber || index < 1 || index > batches
-            || name != QStringLiteral("table%1").arg(index))
+        const qint64 index = name.startsWith(QLatin1String("table")) ? name.mid(5).toLongLong() : 0;
+        if (index < 1 || index > batches || name != QStringLiteral("table%1").arg(index))
             kept << name;
     }
     return kept;

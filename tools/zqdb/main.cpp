@@ -217,15 +217,13 @@ int main(int argc, char *argv[])
     for (const QString &argument : command->optional)
         commandParser.addPositionalArgument(argument, QString(),
                                             QStringLiteral("[%1]").arg(argument));
-    const QString tryHelp = tr("Try 'zqdb %1 --help'.").arg(name);
     const auto usage = [&](const QString &message) {
-        err << "zqdb " << name << ": " << message << '\n' << tryHelp << '\n';
+        err << "zqdb " << name << ": " << message << '\n'
+            << tr("Try 'zqdb %1 --help'.").arg(name) << '\n';
         return int(Zqdb::Usage);
     };
-    if (!commandParser.parse(app.arguments())) {
-        err << "zqdb " << name << ": " << commandParser.errorText() << '\n' << tryHelp << '\n';
-        return Zqdb::Usage;
-    }
+    if (!commandParser.parse(app.arguments()))
+        return usage(commandParser.errorText());
     if (commandParser.isSet(help)) {
         out << commandParser.helpText();
         return Zqdb::Success;
@@ -236,10 +234,7 @@ int main(int argc, char *argv[])
         const QString expected = command->positional.isEmpty()
                 ? tr("no arguments")
                 : command->positional.join(QLatin1Char(' '));
-        err << tr("zqdb %1: expected %2, got %3 argument(s).").arg(name, expected).arg(args.size())
-            << '\n'
-            << tryHelp << '\n';
-        return Zqdb::Usage;
+        return usage(tr("expected %1, got %2 argument(s).").arg(expected).arg(args.size()));
     }
 
     // The library's console lines are for diagnosis; a user asks for them.
@@ -254,6 +249,18 @@ int main(int argc, char *argv[])
     if (commandParser.isSet(filter))
         settings.setDbFileSuffixWithFilter(commandParser.value(filter));
 
+    // isSet() warns about an option the command does not have.
+    const bool isImport = name == QLatin1String("import");
+    const bool encodingSet
+            = (isImport || name == QLatin1String("memory")) && commandParser.isSet(encoding);
+    if (isImport && commandParser.isSet(replace) && commandParser.isSet(inPlace))
+        return usage(tr("choose one of --replace and --in-place."));
+    Zqdb::TextSource::Encoding textEncoding = Zqdb::TextSource::Gb2312;
+    if (encodingSet
+        && !Zqdb::TextSource::parseEncoding(commandParser.value(encoding), &textEncoding))
+        return usage(tr("--encoding takes gb2312 or utf-8, not '%1'.")
+                             .arg(commandParser.value(encoding)));
+
     int result = Zqdb::Usage;
     if (name == QLatin1String("list")) {
         result = Zqdb::listDatabases(out, err);
@@ -261,23 +268,15 @@ int main(int argc, char *argv[])
         result = Zqdb::showInfo(args.at(0), out, err);
     } else if (name == QLatin1String("cat")) {
         Zqdb::CatOptions options;
-        if (commandParser.isSet(from) && !parseCount(commandParser.value(from), &options.from)) {
-            err << tr("zqdb cat: --from takes a row number of 0 or more, not '%1'.")
-                            .arg(commandParser.value(from))
-                << '\n'
-                << tryHelp << '\n';
-            return Zqdb::Usage;
-        }
+        if (commandParser.isSet(from) && !parseCount(commandParser.value(from), &options.from))
+            return usage(tr("--from takes a row number of 0 or more, not '%1'.")
+                                 .arg(commandParser.value(from)));
         if (commandParser.value(count) == QLatin1String("all"))
             options.count = std::numeric_limits<qint64>::max() - options.from;
         else if (commandParser.isSet(count)
-                 && !parseCount(commandParser.value(count), &options.count)) {
-            err << tr("zqdb cat: --count takes a number of 0 or more, or all, not '%1'.")
-                            .arg(commandParser.value(count))
-                << '\n'
-                << tryHelp << '\n';
-            return Zqdb::Usage;
-        }
+                 && !parseCount(commandParser.value(count), &options.count))
+            return usage(tr("--count takes a number of 0 or more, or all, not '%1'.")
+                                 .arg(commandParser.value(count)));
         if (commandParser.isSet(columns))
             options.columns
                     = commandParser.value(columns).split(QLatin1Char(','), Qt::SkipEmptyParts);
@@ -285,32 +284,21 @@ int main(int argc, char *argv[])
         if (args.size() > 1)
             options.output = args.at(1);
         result = Zqdb::catRows(args.at(0), options, out, err);
-    } else if (name == QLatin1String("import")) {
-        if (commandParser.isSet(replace) && commandParser.isSet(inPlace))
-            return usage(tr("choose one of --replace and --in-place."));
+    } else if (isImport) {
         Zqdb::Importer::Options options;
         if (commandParser.isSet(separator))
             options.separator = unescapeSeparator(commandParser.value(separator));
         options.separatorSet = commandParser.isSet(separator);
-        options.encodingSet = commandParser.isSet(encoding);
+        options.encoding = textEncoding;
+        options.encodingSet = encodingSet;
         options.mode = commandParser.isSet(replace) ? Zqdb::Importer::Replace
                 : commandParser.isSet(inPlace)      ? Zqdb::Importer::InPlace
                                                     : Zqdb::Importer::NewOnly;
-        if (options.encodingSet
-            && !Zqdb::TextSource::parseEncoding(commandParser.value(encoding), &options.encoding))
-            return usage(tr("--encoding takes gb2312 or utf-8, not '%1'.")
-                                 .arg(commandParser.value(encoding)));
         result = Zqdb::Importer(options, err).run(args.at(0), args.at(1));
     } else if (name == QLatin1String("export")) {
         result = Zqdb::exportCsv(args.at(0), args.at(1), out, err);
     } else if (name == QLatin1String("memory")) {
-        Zqdb::TextSource::Encoding memoryEncoding = Zqdb::TextSource::Gb2312;
-        if (commandParser.isSet(encoding)
-            && !Zqdb::TextSource::parseEncoding(commandParser.value(encoding), &memoryEncoding))
-            return usage(tr("--encoding takes gb2312 or utf-8, not '%1'.")
-                                 .arg(commandParser.value(encoding)));
-        result = Zqdb::walkMemoryTable(args.at(0), memoryEncoding, commandParser.isSet(encoding),
-                                       out, err);
+        result = Zqdb::walkMemoryTable(args.at(0), textEncoding, encodingSet, out, err);
     }
     out.flush();
     if (result == Zqdb::Success && out.status() != QTextStream::Ok) {

@@ -5,6 +5,7 @@
 #include <QFile>
 
 #include <csignal>
+#include <cstdio>
 #include <cstring>
 #include <unistd.h>
 

@@ -4,8 +4,6 @@
 #include <QElapsedTimer>
 #include <QString>
 
-#include <cstdio>
-
 namespace Zqdb {
 
 // Draws one self-updating line on standard error while an import or export reports progress,

@@ -96,31 +96,29 @@ void RowPrinter::writeAligned(const QVector<QString> &cells)
 
 void RowPrinter::writeCsv(const QString *cells, int count)
 {
+    QVector<QByteArray> bytes(count);
+    QVector<RowStream::Cell> utf8(count);
+    for (int c = 0; c < count; ++c) {
+        bytes[c] = cells[c].toUtf8();
+        utf8[c] = {bytes[c].constData(), int(bytes[c].size())};
+    }
+    writeCsv(utf8.constData(), count);
+}
+
+void RowPrinter::writeCsv(const RowStream::Cell *cells, int count)
+{
     for (int c = 0; c < count; ++c) {
         if (c > 0)
             m_buffer += ',';
-        const QByteArray bytes = cells[c].toUtf8();
-        writeCsvField(bytes.constData(), bytes.size());
+        writeCsvField(cells[c].data, cells[c].size);
     }
     m_buffer += '\n';
 }
 
 void RowPrinter::addRow(const RowStream::Cell *cells, int count)
 {
-    if (m_format == Csv) {
-        for (int c = 0; c < count; ++c) {
-            if (c > 0)
-                m_buffer += ',';
-            writeCsvField(cells[c].data, cells[c].size);
-        }
-        m_buffer += '\n';
-        write(false);
-        return;
-    }
-    QVector<QString> texts(count);
-    for (int c = 0; c < count; ++c)
-        texts[c] = QString::fromUtf8(cells[c].data, cells[c].size);
-    addRow(texts);
+    writeCsv(cells, count);
+    write(false);
 }
 
 void RowPrinter::writeCsvField(const char *data, int size)

@@ -24,7 +24,7 @@ public:
     ~RowPrinter();
 
     void addRow(const QString *cells, int count);
-    // Cells given as UTF-8: written as they are, without a trip through QString, in CSV.
+    // Cells given as UTF-8, written as they are in CSV, the only format that takes them.
     void addRow(const RowStream::Cell *cells, int count);
     void addRow(const QStringList &cells) { addRow(cells.toVector()); }
     void addRow(const QVector<QString> &cells) { addRow(cells.constData(), cells.size()); }
@@ -40,6 +40,7 @@ private:
     void flushRows();
     void writeAligned(const QVector<QString> &cells);
     void writeCsv(const QString *cells, int count);
+    void writeCsv(const RowStream::Cell *cells, int count);
     void writeCsvField(const char *data, int size);
     bool write(bool force);
 

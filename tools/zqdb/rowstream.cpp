@@ -11,8 +11,6 @@ namespace Zqdb {
 
 namespace {
 
-constexpr qint64 RowsPerTable = 50000;
-
 // Well-formed UTF-8 (no overlong forms, surrogates or values past U+10FFFF): text that Qt's
 // UTF-16 round trip gives back byte for byte.
 bool isWellFormedUtf8(const unsigned char *text, int size)

@@ -21,6 +21,9 @@ namespace Zqdb {
 class RowStream
 {
 public:
+    // The rows the library writes to each of table1, table2, ...
+    static constexpr qint64 RowsPerTable = 50000;
+
     struct Cell
     {
         const char *data;
