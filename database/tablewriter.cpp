@@ -289,11 +289,11 @@ QString TableWriter::message(Table table, const QString &log)
 
 TableWriter::TableWriter(const QSqlDatabase &database, const QString &tableName, int columnCount,
                          Rows policy)
-    : m_database(database)
-    , m_tableName(tableName)
+    : m_tableName(tableName)
     , m_columnCount(columnCount)
     , m_policy(policy)
     , m_query(database)
+    , m_connection(sqliteHandle(database))
 { }
 
 bool TableWriter::begin()
@@ -311,12 +311,9 @@ TableWriter::Insert TableWriter::insert(const RowBatch &rows)
     if (direct == Direct::Failed) {
         // The exact path takes the batch over from the start, in a transaction of its own: the
         // failed one may hold rows already, or SQLite may have ended it.
-        sqlite3 *connection = sqliteHandle(m_database);
-        if (!sqlite3_get_autocommit(connection)) {
-            if (written)
-                m_query.exec(QStringLiteral("ROLLBACK;"));
-        }
-        if (sqlite3_get_autocommit(connection) && !begin())
+        if (written && !sqlite3_get_autocommit(m_connection))
+            m_query.exec(QStringLiteral("ROLLBACK;"));
+        if (sqlite3_get_autocommit(m_connection) && !begin())
             return Insert::BeginFailed;
     }
     return insertRows(rows.toList()) ? Insert::Inserted : Insert::RowsFailed;
@@ -346,7 +343,7 @@ bool TableWriter::rollback(QString *error)
 // own handle. Stops at the first failure; *written tells whether earlier statements wrote rows.
 TableWriter::Direct TableWriter::insertDirectly(const RowBatch &rows, bool *written)
 {
-    sqlite3 *connection = sqliteHandle(m_database);
+    sqlite3 *connection = m_connection;
     if (!connection || rows.isEmpty())
         return Direct::Unavailable;
     const int columnCount = m_columnCount;
@@ -420,7 +417,6 @@ TableWriter::Direct TableWriter::insertDirectly(const RowBatch &rows, bool *writ
 bool TableWriter::insertRows(const QList<QStringList> &rows)
 {
     const QString sql = insertStatement(m_tableName, m_columnCount);
-    sqlite3 *connection = sqliteHandle(m_database);
     const bool stop = m_policy == Rows::StopAtFirst;
     if (stop && !m_query.prepare(sql)) {
         m_rowErrors << QObject::tr("Row = %1; %2").arg(1).arg(m_query.lastError().text());
@@ -456,8 +452,8 @@ bool TableWriter::insertRows(const QList<QStringList> &rows)
             return false;
         // A constraint or trigger may make SQLite end the whole transaction; the rows after it
         // must not commit one by one, so they go into a new one rolled back with the batch.
-        if (connection && sqlite3_get_autocommit(connection))
-            QSqlQuery(m_database).exec(QStringLiteral("BEGIN TRANSACTION;"));
+        if (m_connection && sqlite3_get_autocommit(m_connection))
+            begin();
     }
     return m_rowErrors.isEmpty();
 }

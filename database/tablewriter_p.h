@@ -8,6 +8,8 @@
 #include <QStringList>
 #include <QVector>
 
+struct sqlite3;
+
 namespace Database {
 
 // " column1 TEXT , column2 TEXT ": the value columns of generated tables and of the memory
@@ -95,12 +97,13 @@ private:
     bool insertRows(const QList<QStringList> &rows);
     bool exec(const QString &statement, QString *error);
 
-    QSqlDatabase m_database;
     QString m_tableName;
     int m_columnCount;
     Rows m_policy;
     QSqlQuery m_query;
     QStringList m_rowErrors;
+    // Looked up once: it costs a dladdr, dlopen and dlsym.
+    sqlite3 *m_connection;
 };
 
 } // namespace Database
