@@ -86,6 +86,15 @@ bool appendUtf8(QByteArray *out, const QString &value)
     return appendUtf8(out, value.utf16(), value.size());
 }
 
+QString insertStatement(const QString &tableName, int columnCount)
+{
+    QStringList marks;
+    for (int column = 0; column < columnCount; ++column)
+        marks << QStringLiteral("?");
+    return QStringLiteral("insert into %1 values (NULL,%2);")
+            .arg(tableName, marks.join(QStringLiteral(", ")));
+}
+
 } // namespace
 
 RowBatch::RowBatch(const QList<QStringList> &rows)
@@ -216,20 +225,10 @@ QString columnDefinitions(int columnCount)
     return columns + QString(column).replace(QLatin1Char('A'), QString::number(columnCount));
 }
 
-QString TableWriter::createStatement(const QString &tableName, int columnCount)
+QString createStatement(const QString &tableName, const QString &first, int columnCount)
 {
-    return QStringLiteral("CREATE TABLE ") + tableName
-            + QStringLiteral(" (id INTEGER PRIMARY KEY AUTOINCREMENT,")
+    return QStringLiteral("CREATE TABLE ") + tableName + QStringLiteral(" (") + first
             + columnDefinitions(columnCount) + QStringLiteral(" )");
-}
-
-QString TableWriter::insertStatement(const QString &tableName, int columnCount)
-{
-    QStringList marks;
-    for (int column = 0; column < columnCount; ++column)
-        marks << QStringLiteral("?");
-    return QStringLiteral("insert into %1 values (NULL,%2);")
-            .arg(tableName, marks.join(QStringLiteral(", ")));
 }
 
 bool TableWriter::openConnection(QSqlDatabase *database, const QString &databaseFile)
@@ -265,7 +264,8 @@ TableWriter::Table TableWriter::prepareTable(QSqlDatabase &database, const QStri
         return emptied ? Table::Emptied : Table::NotEmptied;
     }
     query.finish();
-    query.exec(createStatement(tableName, columnCount));
+    query.exec(createStatement(tableName, QStringLiteral("id INTEGER PRIMARY KEY AUTOINCREMENT,"),
+                               columnCount));
     return query.lastError().isValid() ? Table::NotCreated : Table::Created;
 }
 

@@ -15,6 +15,9 @@ namespace Database {
 // " column1 TEXT , column2 TEXT ": the value columns of generated tables and of the memory
 // table; the blanks are part of the statement text.
 QString columnDefinitions(int columnCount);
+// "CREATE TABLE T (<first> column1 TEXT , column2 TEXT  )": generated tables put their id column
+// first, the memory table nothing.
+QString createStatement(const QString &tableName, const QString &first, int columnCount);
 
 // The rows of one batch. Lines of ASCII bytes stay bytes, split in place, and decoded lines
 // become UTF-8, so that the direct path binds them as they are; rows SQLite would convert in its
@@ -65,9 +68,6 @@ public:
     // the first row that fails or has another size than the table.
     enum class Rows { PadAndTryEvery, StopAtFirst };
     enum class Insert { Inserted, RowsFailed, BeginFailed };
-
-    static QString createStatement(const QString &tableName, int columnCount);
-    static QString insertStatement(const QString &tableName, int columnCount);
 
     // The importers' shared connection set to databaseFile and opened. An existing connection
     // is taken as it is: reopening it on the file of the last import would bring that file back.
