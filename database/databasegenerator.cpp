@@ -222,11 +222,11 @@ bool DatabaseGenerator::parserFromFile(const QString &sourceFile, const QString 
         if (!byteSeparator.isEmpty() && isAscii(line, lineSize)) {
             fieldCount = batch.appendAscii(line, lineSize, byteSeparator);
         } else {
-            const QString text = decodeLine(line, lineSize, gb2312, &gbState);
+            const QString text = decodeLine(line, lineSize, gb2312, &gbState).trimmed();
             fieldCount = m_separator.isEmpty() ? -1 : batch.appendText(text, m_separator);
             if (fieldCount < 0) {
                 const QStringList fields
-                        = text.trimmed().split(m_separator, Qt::SkipEmptyParts, Qt::CaseSensitive);
+                        = text.split(m_separator, Qt::SkipEmptyParts, Qt::CaseSensitive);
                 fieldCount = fields.size();
                 if (fieldCount > 0)
                     batch.append(fields);

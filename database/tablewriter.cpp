@@ -152,9 +152,8 @@ int RowBatch::appendAscii(const char *data, int size, const QByteArray &separato
     return count;
 }
 
-int RowBatch::appendText(const QString &line, const QString &separator)
+int RowBatch::appendText(const QString &text, const QString &separator)
 {
-    const QString text = line.trimmed();
     const int first = m_ends.size() - 1;
     const int bytes = m_bytes.size();
     for (int from = 0; from <= text.size();) {

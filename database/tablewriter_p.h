@@ -34,9 +34,9 @@ public:
     // Keeps the fields that QString::trimmed() and split(separator, Qt::SkipEmptyParts) give on
     // the decoded line; returns their number, 0 when there is none and nothing was kept.
     int appendAscii(const char *data, int size, const QByteArray &separator);
-    // As appendAscii for a decoded line and a separator that is not empty; -1 (nothing kept)
-    // when a value holds text that only its UTF-16 form binds exactly.
-    int appendText(const QString &line, const QString &separator);
+    // As appendAscii for a decoded line already trimmed and a separator that is not empty; -1
+    // (nothing kept) when a value holds text that only its UTF-16 form binds exactly.
+    int appendText(const QString &text, const QString &separator);
     void append(const QStringList &fields);
 
     int fieldCount(int row) const { return m_rows.at(row).count; }
