@@ -410,7 +410,17 @@ bool SheetHandler::startCell(const char **attributes)
     if (m_column >= MaxColumns)
         return false;
     m_nextColumn = m_column + 1;
-    m_type = type ? type : "";
+    const std::string_view t = type ? type : "";
+    if (t.empty() || t == "n")
+        m_type = Type::Number;
+    else if (t == "s")
+        m_type = Type::Shared;
+    else if (t == "b")
+        m_type = Type::Boolean;
+    else if (t == "str" || t == "inlineStr")
+        m_type = Type::String;
+    else
+        m_type = Type::Other;
     qint64 index = -1;
     m_style = style && parseInt(style, &index) && index <= qint64(MaxCells) ? int(index) : -1;
     m_hasValue = m_hasInline = false;
@@ -427,7 +437,7 @@ bool SheetHandler::endCell()
         cell.b = m_inline.size;
     } else if (!m_hasValue) {
         return true;
-    } else if (m_type == "s") {
+    } else if (m_type == Type::Shared) {
         qint64 index = -1;
         if (!parseInt(trimmed(m_value), &index) || index < 0
             || size_t(index) >= m_sheet.m_sharedStrings.size()
@@ -438,8 +448,7 @@ bool SheetHandler::endCell()
         return m_sheet.addCell(m_cellRow, cell);
     } else {
         double number;
-        const bool isNumber = m_type.empty() || m_type == "n";
-        if (isNumber && parseNumber(m_value, &number)) {
+        if (m_type == Type::Number && parseNumber(m_value, &number)) {
             quint64 bits;
             std::memcpy(&bits, &number, sizeof bits);
             const bool styled = m_style >= 0 && m_style < m_sheet.displays.size();
@@ -448,8 +457,8 @@ bool SheetHandler::endCell()
                     quint32(bits)};
             return m_sheet.addCell(m_cellRow, cell);
         }
-        std::string text = m_value;
-        if (m_type == "b") {
+        std::string_view text = m_value;
+        if (m_type == Type::Boolean) {
             const std::string_view value = trimmed(m_value);
             if (value == "1" || value == "true")
                 text = "TRUE";
@@ -457,7 +466,7 @@ bool SheetHandler::endCell()
                 text = "FALSE";
         }
         // Strings carry escapes; errors (#DIV/0!), d (ISO dates) and anything newer are kept.
-        if (m_type != "str" && m_type != "inlineStr")
+        if (m_type != Type::String)
             cell.kind = Cell::Verbatim;
         if (!m_sheet.appendText(text.data(), text.size()))
             return false;
