@@ -115,7 +115,7 @@ bool parseNumber(const std::string &text, double *number)
 
 void CellList::append(const Cell &cell)
 {
-    if ((m_size & BlockMask) == 0 && (m_size >> BlockBits) == m_blocks.size())
+    if ((m_size & BlockMask) == 0) // every block before m_size is full
         m_blocks.emplace_back(new Cell[BlockMask + 1]);
     (*this)[m_size++] = cell;
 }
@@ -338,9 +338,7 @@ bool SheetHandler::startElement(Ns ns, const char *name, const char **attributes
             m_text.begin(m_depth);
         }
         return true;
-    default: // the root
-        if (m_level != 0)
-            return true;
+    case 0: // the root
         break;
     }
     m_level = m_depth;
