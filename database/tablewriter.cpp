@@ -342,13 +342,12 @@ bool TableWriter::rollback(QString *error)
 // own handle. Stops at the first failure; *written tells whether earlier statements wrote rows.
 TableWriter::Direct TableWriter::insertDirectly(const RowBatch &rows, bool *written)
 {
-    sqlite3 *connection = m_connection;
-    if (!connection || rows.isEmpty())
+    if (!m_connection || rows.isEmpty())
         return Direct::Unavailable;
     const int columnCount = m_columnCount;
-    const int variables = sqlite3_limit(connection, SQLITE_LIMIT_VARIABLE_NUMBER, -1);
+    const int variables = sqlite3_limit(m_connection, SQLITE_LIMIT_VARIABLE_NUMBER, -1);
     const int perStatement = qBound(1, variables / qMax(columnCount, 1), RowsPerStatement);
-    Statement full = prepareInsert(connection, m_tableName, columnCount, perStatement);
+    Statement full = prepareInsert(m_connection, m_tableName, columnCount, perStatement);
     if (!full)
         return Direct::Failed;
 
@@ -359,7 +358,7 @@ TableWriter::Direct TableWriter::insertDirectly(const RowBatch &rows, bool *writ
         const int count = qMin(perStatement, rows.size() - first);
         Statement rest(nullptr, sqlite3_finalize);
         if (count < perStatement) {
-            rest = prepareInsert(connection, m_tableName, columnCount, count);
+            rest = prepareInsert(m_connection, m_tableName, columnCount, count);
             if (!rest)
                 return Direct::Failed;
         }
