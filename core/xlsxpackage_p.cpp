@@ -105,6 +105,16 @@ private:
     bool m_failed = false;
 };
 
+// Resolves a relationship target against the folder of the part that owns it.
+QString resolveTarget(const QString &partName, const QString &target)
+{
+    const QString decoded = QUrl::fromPercentEncoding(target.toUtf8());
+    if (decoded.startsWith(QLatin1Char('/')))
+        return QDir::cleanPath(decoded.mid(1));
+    const int slash = partName.lastIndexOf(QLatin1Char('/'));
+    return QDir::cleanPath(partName.left(slash + 1) + decoded);
+}
+
 class RelationshipsHandler : public XmlHandler
 {
 public:
@@ -172,16 +182,6 @@ XlsxPackage::Result XlsxPackage::relationships(const QString &partName,
             + partName.mid(slash + 1) + QLatin1String(".rels");
     RelationshipsHandler handler(partName, relationships);
     return read(relsName, handler);
-}
-
-// Resolves a relationship target against the folder of the part that owns it.
-QString resolveTarget(const QString &partName, const QString &target)
-{
-    const QString decoded = QUrl::fromPercentEncoding(target.toUtf8());
-    if (decoded.startsWith(QLatin1Char('/')))
-        return QDir::cleanPath(decoded.mid(1));
-    const int slash = partName.lastIndexOf(QLatin1Char('/'));
-    return QDir::cleanPath(partName.left(slash + 1) + decoded);
 }
 
 } // namespace Xlsx

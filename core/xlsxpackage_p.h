@@ -33,8 +33,6 @@ private:
     QuaZip m_zip;
 };
 
-QString resolveTarget(const QString &partName, const QString &target);
-
 } // namespace Xlsx
 } // namespace Core
 

@@ -115,7 +115,7 @@ bool parseNumber(const std::string &text, double *number)
 
 void CellList::append(const Cell &cell)
 {
-    if ((m_size & BlockMask) == 0 && (m_size >> BlockBits) == m_blocks.size())
+    if ((m_size & BlockMask) == 0) // every block before m_size is full
         m_blocks.emplace_back(new Cell[BlockMask + 1]);
     (*this)[m_size++] = cell;
 }
@@ -338,9 +338,7 @@ bool SheetHandler::startElement(Ns ns, const char *name, const char **attributes
             m_text.begin(m_depth);
         }
         return true;
-    default: // the root
-        if (m_level != 0)
-            return true;
+    case 0: // the root
         break;
     }
     m_level = m_depth;
@@ -410,7 +408,17 @@ bool SheetHandler::startCell(const char **attributes)
     if (m_column >= MaxColumns)
         return false;
     m_nextColumn = m_column + 1;
-    m_type = type ? type : "";
+    const std::string_view t = type ? type : "";
+    if (t.empty() || t == "n")
+        m_type = Type::Number;
+    else if (t == "s")
+        m_type = Type::Shared;
+    else if (t == "b")
+        m_type = Type::Boolean;
+    else if (t == "str" || t == "inlineStr")
+        m_type = Type::String;
+    else
+        m_type = Type::Other;
     qint64 index = -1;
     m_style = style && parseInt(style, &index) && index <= qint64(MaxCells) ? int(index) : -1;
     m_hasValue = m_hasInline = false;
@@ -427,7 +435,7 @@ bool SheetHandler::endCell()
         cell.b = m_inline.size;
     } else if (!m_hasValue) {
         return true;
-    } else if (m_type == "s") {
+    } else if (m_type == Type::Shared) {
         qint64 index = -1;
         if (!parseInt(trimmed(m_value), &index) || index < 0
             || size_t(index) >= m_sheet.m_sharedStrings.size()
@@ -438,8 +446,7 @@ bool SheetHandler::endCell()
         return m_sheet.addCell(m_cellRow, cell);
     } else {
         double number;
-        const bool isNumber = m_type.empty() || m_type == "n";
-        if (isNumber && parseNumber(m_value, &number)) {
+        if (m_type == Type::Number && parseNumber(m_value, &number)) {
             quint64 bits;
             std::memcpy(&bits, &number, sizeof bits);
             const bool styled = m_style >= 0 && m_style < m_sheet.displays.size();
@@ -448,8 +455,8 @@ bool SheetHandler::endCell()
                     quint32(bits)};
             return m_sheet.addCell(m_cellRow, cell);
         }
-        std::string text = m_value;
-        if (m_type == "b") {
+        std::string_view text = m_value;
+        if (m_type == Type::Boolean) {
             const std::string_view value = trimmed(m_value);
             if (value == "1" || value == "true")
                 text = "TRUE";
@@ -457,7 +464,7 @@ bool SheetHandler::endCell()
                 text = "FALSE";
         }
         // Strings carry escapes; errors (#DIV/0!), d (ISO dates) and anything newer are kept.
-        if (m_type != "str" && m_type != "inlineStr")
+        if (m_type != Type::String)
             cell.kind = Cell::Verbatim;
         if (!m_sheet.appendText(text.data(), text.size()))
             return false;

@@ -151,7 +151,9 @@ private:
     int m_nextRow = 0;
     int m_column = 0;
     int m_nextColumn = 0;
-    std::string m_type;
+    // The cell's t attribute, told apart once per cell.
+    enum class Type { Number, Shared, Boolean, String, Other };
+    Type m_type = Type::Number;
     int m_style = -1;
     bool m_inValue = false;
     bool m_hasValue = false;

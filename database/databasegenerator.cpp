@@ -222,11 +222,11 @@ bool DatabaseGenerator::parserFromFile(const QString &sourceFile, const QString 
         if (!byteSeparator.isEmpty() && isAscii(line, lineSize)) {
             fieldCount = batch.appendAscii(line, lineSize, byteSeparator);
         } else {
-            const QString text = decodeLine(line, lineSize, gb2312, &gbState);
+            const QString text = decodeLine(line, lineSize, gb2312, &gbState).trimmed();
             fieldCount = m_separator.isEmpty() ? -1 : batch.appendText(text, m_separator);
             if (fieldCount < 0) {
                 const QStringList fields
-                        = text.trimmed().split(m_separator, Qt::SkipEmptyParts, Qt::CaseSensitive);
+                        = text.split(m_separator, Qt::SkipEmptyParts, Qt::CaseSensitive);
                 fieldCount = fields.size();
                 if (fieldCount > 0)
                     batch.append(fields);
@@ -355,20 +355,28 @@ bool DatabaseGenerator::generateDatabase(const QString &databaseFile, const QStr
 bool DatabaseGenerator::makeDatabase(QSqlDatabase &database, const QString &tableName,
                                      const int &columnCount)
 {
-    static const ErrCode codes[] = {NoError,
-                                    NoError,
-                                    DatabaseNotOpen,
-                                    TableNameEmpty,
-                                    SourceFileEmpty,
-                                    CreateDatabaseError,
-                                    CreateDatabaseError};
-    const TableWriter::Table table = TableWriter::prepareTable(database, tableName, columnCount);
-    if (table != TableWriter::Table::Created)
-        m_errCode = codes[int(table)];
-    // Emptying an existing table that failed has no message of its own.
-    if (table != TableWriter::Table::NotEmptied)
-        m_log = TableWriter::message(table, m_log);
-    return table == TableWriter::Table::Created || table == TableWriter::Table::Emptied;
+    // No message: the caller's own replaces any on failure.
+    switch (TableWriter::prepareTable(database, tableName, columnCount)) {
+    case TableWriter::Table::Created:
+        return true;
+    case TableWriter::Table::Emptied:
+        m_errCode = NoError;
+        return true;
+    case TableWriter::Table::NotOpen:
+        m_errCode = DatabaseNotOpen;
+        break;
+    case TableWriter::Table::NoName:
+        m_errCode = TableNameEmpty;
+        break;
+    case TableWriter::Table::NoColumns:
+        m_errCode = SourceFileEmpty;
+        break;
+    case TableWriter::Table::NotEmptied:
+    case TableWriter::Table::NotCreated:
+        m_errCode = CreateDatabaseError;
+        break;
+    }
+    return false;
 }
 
 } // namespace Database

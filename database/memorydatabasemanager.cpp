@@ -17,13 +17,6 @@ QStringList splitLine(const QString &line)
     return line.split(LineSeparator, Qt::SkipEmptyParts, Qt::CaseSensitive);
 }
 
-// "CREATE TABLE T ( column1 TEXT , column2 TEXT  )": the blanks are part of the statement text.
-QString createStatement(const QString &tableName, int columnCount)
-{
-    return QStringLiteral("CREATE TABLE %1 (").arg(tableName) + columnDefinitions(columnCount)
-            + QStringLiteral(" )");
-}
-
 // Values go in between quotes as they stand; a value holding a quote breaks its own row only.
 QString insertStatement(const QString &tableName, const QStringList &values)
 {
@@ -45,7 +38,7 @@ void dropAllTables(QSqlDatabase &database)
 
 bool createTable(QSqlDatabase &database, const QString &tableName, int columnCount)
 {
-    return !database.exec(createStatement(tableName, columnCount)).lastError().isValid();
+    return !database.exec(createStatement(tableName, QString(), columnCount)).lastError().isValid();
 }
 
 QVariant firstValue(const QSqlDatabase &database, int column, int row)

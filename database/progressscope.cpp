@@ -23,9 +23,9 @@ ProgressScope::~ProgressScope()
 }
 
 ProgressReport::ProgressReport(qint64 total)
-    : m_scope(innermostScope && innermostScope->m_callback ? innermostScope : nullptr),
-      m_total(qMax<qint64>(total, 0)),
-      m_step(qMax<qint64>(m_total / ReportsPerOperation, 1))
+    : m_scope(scopeActive() ? innermostScope : nullptr)
+    , m_total(qMax<qint64>(total, 0))
+    , m_step(qMax<qint64>(m_total / ReportsPerOperation, 1))
 {
     if (m_scope)
         report(0);

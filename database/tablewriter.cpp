@@ -86,6 +86,15 @@ bool appendUtf8(QByteArray *out, const QString &value)
     return appendUtf8(out, value.utf16(), value.size());
 }
 
+QString insertStatement(const QString &tableName, int columnCount)
+{
+    QStringList marks;
+    for (int column = 0; column < columnCount; ++column)
+        marks << QStringLiteral("?");
+    return QStringLiteral("insert into %1 values (NULL,%2);")
+            .arg(tableName, marks.join(QStringLiteral(", ")));
+}
+
 } // namespace
 
 RowBatch::RowBatch(const QList<QStringList> &rows)
@@ -143,9 +152,8 @@ int RowBatch::appendAscii(const char *data, int size, const QByteArray &separato
     return count;
 }
 
-int RowBatch::appendText(const QString &line, const QString &separator)
+int RowBatch::appendText(const QString &text, const QString &separator)
 {
-    const QString text = line.trimmed();
     const int first = m_ends.size() - 1;
     const int bytes = m_bytes.size();
     for (int from = 0; from <= text.size();) {
@@ -216,20 +224,10 @@ QString columnDefinitions(int columnCount)
     return columns + QString(column).replace(QLatin1Char('A'), QString::number(columnCount));
 }
 
-QString TableWriter::createStatement(const QString &tableName, int columnCount)
+QString createStatement(const QString &tableName, const QString &first, int columnCount)
 {
-    return QStringLiteral("CREATE TABLE ") + tableName
-            + QStringLiteral(" (id INTEGER PRIMARY KEY AUTOINCREMENT,")
+    return QStringLiteral("CREATE TABLE ") + tableName + QStringLiteral(" (") + first
             + columnDefinitions(columnCount) + QStringLiteral(" )");
-}
-
-QString TableWriter::insertStatement(const QString &tableName, int columnCount)
-{
-    QStringList marks;
-    for (int column = 0; column < columnCount; ++column)
-        marks << QStringLiteral("?");
-    return QStringLiteral("insert into %1 values (NULL,%2);")
-            .arg(tableName, marks.join(QStringLiteral(", ")));
 }
 
 bool TableWriter::openConnection(QSqlDatabase *database, const QString &databaseFile)
@@ -265,7 +263,8 @@ TableWriter::Table TableWriter::prepareTable(QSqlDatabase &database, const QStri
         return emptied ? Table::Emptied : Table::NotEmptied;
     }
     query.finish();
-    query.exec(createStatement(tableName, columnCount));
+    query.exec(createStatement(tableName, QStringLiteral("id INTEGER PRIMARY KEY AUTOINCREMENT,"),
+                               columnCount));
     return query.lastError().isValid() ? Table::NotCreated : Table::Created;
 }
 
@@ -289,11 +288,11 @@ QString TableWriter::message(Table table, const QString &log)
 
 TableWriter::TableWriter(const QSqlDatabase &database, const QString &tableName, int columnCount,
                          Rows policy)
-    : m_database(database)
-    , m_tableName(tableName)
+    : m_tableName(tableName)
     , m_columnCount(columnCount)
     , m_policy(policy)
     , m_query(database)
+    , m_connection(sqliteHandle(database))
 { }
 
 bool TableWriter::begin()
@@ -311,12 +310,9 @@ TableWriter::Insert TableWriter::insert(const RowBatch &rows)
     if (direct == Direct::Failed) {
         // The exact path takes the batch over from the start, in a transaction of its own: the
         // failed one may hold rows already, or SQLite may have ended it.
-        sqlite3 *connection = sqliteHandle(m_database);
-        if (!sqlite3_get_autocommit(connection)) {
-            if (written)
-                m_query.exec(QStringLiteral("ROLLBACK;"));
-        }
-        if (sqlite3_get_autocommit(connection) && !begin())
+        if (written && !sqlite3_get_autocommit(m_connection))
+            m_query.exec(QStringLiteral("ROLLBACK;"));
+        if (sqlite3_get_autocommit(m_connection) && !begin())
             return Insert::BeginFailed;
     }
     return insertRows(rows.toList()) ? Insert::Inserted : Insert::RowsFailed;
@@ -346,13 +342,12 @@ bool TableWriter::rollback(QString *error)
 // own handle. Stops at the first failure; *written tells whether earlier statements wrote rows.
 TableWriter::Direct TableWriter::insertDirectly(const RowBatch &rows, bool *written)
 {
-    sqlite3 *connection = sqliteHandle(m_database);
-    if (!connection || rows.isEmpty())
+    if (!m_connection || rows.isEmpty())
         return Direct::Unavailable;
     const int columnCount = m_columnCount;
-    const int variables = sqlite3_limit(connection, SQLITE_LIMIT_VARIABLE_NUMBER, -1);
+    const int variables = sqlite3_limit(m_connection, SQLITE_LIMIT_VARIABLE_NUMBER, -1);
     const int perStatement = qBound(1, variables / qMax(columnCount, 1), RowsPerStatement);
-    Statement full = prepareInsert(connection, m_tableName, columnCount, perStatement);
+    Statement full = prepareInsert(m_connection, m_tableName, columnCount, perStatement);
     if (!full)
         return Direct::Failed;
 
@@ -363,7 +358,7 @@ TableWriter::Direct TableWriter::insertDirectly(const RowBatch &rows, bool *writ
         const int count = qMin(perStatement, rows.size() - first);
         Statement rest(nullptr, sqlite3_finalize);
         if (count < perStatement) {
-            rest = prepareInsert(connection, m_tableName, columnCount, count);
+            rest = prepareInsert(m_connection, m_tableName, columnCount, count);
             if (!rest)
                 return Direct::Failed;
         }
@@ -420,7 +415,6 @@ TableWriter::Direct TableWriter::insertDirectly(const RowBatch &rows, bool *writ
 bool TableWriter::insertRows(const QList<QStringList> &rows)
 {
     const QString sql = insertStatement(m_tableName, m_columnCount);
-    sqlite3 *connection = sqliteHandle(m_database);
     const bool stop = m_policy == Rows::StopAtFirst;
     if (stop && !m_query.prepare(sql)) {
         m_rowErrors << QObject::tr("Row = %1; %2").arg(1).arg(m_query.lastError().text());
@@ -456,8 +450,8 @@ bool TableWriter::insertRows(const QList<QStringList> &rows)
             return false;
         // A constraint or trigger may make SQLite end the whole transaction; the rows after it
         // must not commit one by one, so they go into a new one rolled back with the batch.
-        if (connection && sqlite3_get_autocommit(connection))
-            QSqlQuery(m_database).exec(QStringLiteral("BEGIN TRANSACTION;"));
+        if (m_connection && sqlite3_get_autocommit(m_connection))
+            begin();
     }
     return m_rowErrors.isEmpty();
 }

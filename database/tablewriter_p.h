@@ -8,11 +8,16 @@
 #include <QStringList>
 #include <QVector>
 
+struct sqlite3;
+
 namespace Database {
 
 // " column1 TEXT , column2 TEXT ": the value columns of generated tables and of the memory
 // table; the blanks are part of the statement text.
 QString columnDefinitions(int columnCount);
+// "CREATE TABLE T (<first> column1 TEXT , column2 TEXT  )": generated tables put their id column
+// first, the memory table nothing.
+QString createStatement(const QString &tableName, const QString &first, int columnCount);
 
 // The rows of one batch. Lines of ASCII bytes stay bytes, split in place, and decoded lines
 // become UTF-8, so that the direct path binds them as they are; rows SQLite would convert in its
@@ -29,9 +34,9 @@ public:
     // Keeps the fields that QString::trimmed() and split(separator, Qt::SkipEmptyParts) give on
     // the decoded line; returns their number, 0 when there is none and nothing was kept.
     int appendAscii(const char *data, int size, const QByteArray &separator);
-    // As appendAscii for a decoded line and a separator that is not empty; -1 (nothing kept)
-    // when a value holds text that only its UTF-16 form binds exactly.
-    int appendText(const QString &line, const QString &separator);
+    // As appendAscii for a decoded line already trimmed and a separator that is not empty; -1
+    // (nothing kept) when a value holds text that only its UTF-16 form binds exactly.
+    int appendText(const QString &text, const QString &separator);
     void append(const QStringList &fields);
 
     int fieldCount(int row) const { return m_rows.at(row).count; }
@@ -64,9 +69,6 @@ public:
     enum class Rows { PadAndTryEvery, StopAtFirst };
     enum class Insert { Inserted, RowsFailed, BeginFailed };
 
-    static QString createStatement(const QString &tableName, int columnCount);
-    static QString insertStatement(const QString &tableName, int columnCount);
-
     // The importers' shared connection set to databaseFile and opened. An existing connection
     // is taken as it is: reopening it on the file of the last import would bring that file back.
     static bool openConnection(QSqlDatabase *database, const QString &databaseFile);
@@ -95,12 +97,13 @@ private:
     bool insertRows(const QList<QStringList> &rows);
     bool exec(const QString &statement, QString *error);
 
-    QSqlDatabase m_database;
     QString m_tableName;
     int m_columnCount;
     Rows m_policy;
     QSqlQuery m_query;
     QStringList m_rowErrors;
+    // Looked up once: it costs a dladdr, dlopen and dlsym.
+    sqlite3 *m_connection;
 };
 
 } // namespace Database
