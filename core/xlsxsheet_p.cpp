@@ -36,7 +36,7 @@ QString unescape(const QString &text)
         if (text.at(i) == QLatin1Char('_') && i + 6 < size && text.at(i + 1) == QLatin1Char('x')
             && text.at(i + 6) == QLatin1Char('_')) {
             bool ok = false;
-            const ushort code = text.midRef(i + 2, 4).toUShort(&ok, 16);
+            const ushort code = text.mid(i + 2, 4).toUShort(&ok, 16);
             if (ok) {
                 result += QChar(code);
                 i += 6;

@@ -52,11 +52,11 @@ std::vector<FormatCode> formatCodes(const QString &format)
             i = end < 0 ? size : end;
             continue;
         }
-        if (format.midRef(i, 5).compare(QLatin1String("am/pm"), Qt::CaseInsensitive) == 0) {
+        if (QStringView(format).mid(i).startsWith(QLatin1String("am/pm"), Qt::CaseInsensitive)) {
             i += 4;
             continue;
         }
-        if (format.midRef(i, 3).compare(QLatin1String("a/p"), Qt::CaseInsensitive) == 0) {
+        if (QStringView(format).mid(i).startsWith(QLatin1String("a/p"), Qt::CaseInsensitive)) {
             i += 2;
             continue;
         }

@@ -10,7 +10,6 @@
 #include <QSqlQueryModel>
 #include <QSqlRecord>
 #include <QTextCodec>
-#include <QTextStream>
 #include <QVariant>
 
 #include <sqlite3.h>
@@ -284,16 +283,17 @@ bool exportThroughModel(const QSqlDatabase &database, const QString &statement,
         file = openOutput(csvFilePath, report.isActive());
     if (!file)
         return false;
-    QTextStream stream(file.get());
-    stream.setCodec(QTextCodec::codecForName("GBK"));
+    EncodedWriter writer(file.get());
     bool complete = true;
     for (int r = 0; complete && r < model.rowCount(); ++r) {
-        for (int c = 0; c < model.columnCount(); ++c)
-            stream << model.record(r).value(c).toString() << ',';
-        stream << '\n';
+        for (int c = 0; c < model.columnCount(); ++c) {
+            writer.appendText(model.record(r).value(c).toString());
+            writer.appendAscii(',');
+        }
+        writer.appendAscii('\n');
         complete = rowWritten(report, r + 1);
     }
-    stream.flush();
+    writer.flush();
     return closeOutput(file.get(), complete && report.finish());
 }
 

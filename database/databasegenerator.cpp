@@ -43,25 +43,25 @@ QByteArray asciiSeparator(const QString &separator)
     return separator.toLatin1();
 }
 
-// Decodes one line as a QTextStream with the line's codec does: one conversion with a fresh
-// state when the line fits into the stream's single chunk. GB2312 is stateless and a line feed
-// ends any sequence, so lines that end in one share gbState: opening a converter per line
-// costs more than converting it.
+// Decodes one line as a Qt 5 QTextStream with the line's codec does: chunk by chunk with one
+// converter state, which is one conversion with a fresh state when the line fits into a chunk.
+// GB2312 is stateless and a line feed ends any sequence, so lines that end in one share
+// gbState: opening a converter per line costs more than converting it.
 QString decodeLine(const char *data, int size, QTextCodec *gb2312,
                    QTextCodec::ConverterState *gbState)
 {
-    const QByteArray bytes = QByteArray::fromRawData(data, size);
-    QTextCodec *codec = QTextCodec::codecForUtfText(bytes, gb2312);
-    if (codec && size <= StreamChunk) {
-        if (codec == gb2312 && size > 0 && data[size - 1] == '\n')
-            return codec->toUnicode(data, size, gbState);
-        QTextCodec::ConverterState state;
+    QTextCodec *codec = QTextCodec::codecForUtfText(QByteArray::fromRawData(data, size), gb2312);
+    if (!codec) // a stream without a codec reads with the locale's
+        codec = QTextCodec::codecForLocale();
+    if (codec == gb2312 && size > 0 && size <= StreamChunk && data[size - 1] == '\n')
+        return codec->toUnicode(data, size, gbState);
+    QTextCodec::ConverterState state;
+    if (size <= StreamChunk)
         return codec->toUnicode(data, size, &state);
-    }
-    QTextStream stream(bytes);
-    if (codec)
-        stream.setCodec(codec);
-    return stream.readAll();
+    QString text;
+    for (int offset = 0; offset < size; offset += StreamChunk)
+        text += codec->toUnicode(data + offset, qMin(StreamChunk, size - offset), &state);
+    return text;
 }
 
 // The batch parserFromFile is filling, which generateDatabase writes; without one it writes

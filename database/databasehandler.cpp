@@ -120,8 +120,12 @@ void DatabaseHandler::updateTableInfo()
     QSqlTableModel model(nullptr, QSqlDatabase());
     model.setTable(m_tableName);
     const QSqlRecord record = model.record();
+    // Every type a driver gives a field is a built-in one, which QVariant::Type names alike.
+    QT_WARNING_PUSH
+    QT_WARNING_DISABLE_DEPRECATED // QVariant::Type: see the header
     for (int i = 0; i < m_fieldNames.size(); ++i)
-        m_fieldTypes.append(record.value(i).type());
+        m_fieldTypes.append(QVariant::Type(record.value(i).userType()));
+    QT_WARNING_POP
 
     m_hasIdField = false;
     if (!m_fieldNames.isEmpty() && m_fieldNames.first() == IdField) {
@@ -138,10 +142,13 @@ QStringList DatabaseHandler::getFieldNames() const
     return m_fieldNames;
 }
 
+QT_WARNING_PUSH
+QT_WARNING_DISABLE_DEPRECATED // QVariant::Type: see the header
 QList<QVariant::Type> DatabaseHandler::getFieldTypes() const
 {
     return m_fieldTypes;
 }
+QT_WARNING_POP
 
 // The number of records over all tables of the database, not of the current table.
 int DatabaseHandler::getTableRecordCount()

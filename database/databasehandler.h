@@ -32,7 +32,10 @@ public:
     void updateTableInfo();
 
     QStringList getFieldNames() const;
+    QT_WARNING_PUSH
+    QT_WARNING_DISABLE_DEPRECATED // QVariant::Type is the interface's own; Qt 6 deprecates it
     QList<QVariant::Type> getFieldTypes() const;
+    QT_WARNING_POP
     int getTableRecordCount();
     bool isDatabaseOpen();
 
@@ -47,7 +50,10 @@ private:
     QString m_tableName;
     QSqlRecord m_record;
     QStringList m_fieldNames;
+    QT_WARNING_PUSH
+    QT_WARNING_DISABLE_DEPRECATED // as getFieldTypes()
     QList<QVariant::Type> m_fieldTypes;
+    QT_WARNING_POP
     QStringList m_tables;
     int m_recordCount;
     bool m_isOpen;

@@ -179,7 +179,11 @@ QList<Core::DatabaseQueryData> DatabaseManager::globalQueryDatas() const
     const int typeId = globalsTypeId();
     if (value.userType() == typeId)
         result = value.value<QList<Core::DatabaseQueryData>>();
+#if QT_VERSION >= QT_VERSION_CHECK(6, 0, 0)
+    else if (value.convert(QMetaType(typeId)))
+#else
     else if (value.convert(typeId))
+#endif
         result = value.value<QList<Core::DatabaseQueryData>>();
     return result;
 }

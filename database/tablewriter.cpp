@@ -178,7 +178,7 @@ int RowBatch::appendText(const QString &text, const QString &separator)
 
 void RowBatch::append(const QStringList &fields)
 {
-    m_rows.append(Row{m_strings.size(), fields.size(), false});
+    m_rows.append(Row{int(m_strings.size()), int(fields.size()), false});
     m_strings.append(fields);
 }
 

@@ -244,7 +244,7 @@ void tst_XlsxReader::files_data()
         nothing += entity;
     }
     for (const QByteArray &dtd : {laughs, nothing})
-        QTest::addRow("entities %d", dtd.size()) << with(base, Sheet, "<!DOCTYPE w [" + dtd + "]>"
+        QTest::addRow("entities %d", int(dtd.size())) << with(base, Sheet, "<!DOCTYPE w [" + dtd + "]>"
                 + QByteArray(sheet).replace(">1<", dtd == laughs ? ">&g;<" : ">&k;<")) << refused;
 }
 

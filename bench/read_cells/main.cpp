@@ -82,6 +82,6 @@ int main(int argc, char *argv[])
     struct rusage usage;
     getrusage(RUSAGE_SELF, &usage);
     std::fprintf(stderr, "open_s=%.3f read_s=%.3f records=%d maxrss_kb=%ld\n", openNs / 1e9,
-                 readNs / 1e9, cells.size(), usage.ru_maxrss);
+                 readNs / 1e9, int(cells.size()), usage.ru_maxrss);
     return 0;
 }

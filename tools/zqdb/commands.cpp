@@ -228,7 +228,7 @@ int showInfo(const QString &database, QTextStream &out, QTextStream &err)
         << (tables.isEmpty() ? tr("none") : tables.join(QLatin1String(", "))) << '\n';
     out << tr("Records:") << "  " << handler->getTableRecordCount() << '\n';
     const QStringList fields = handler->getFieldNames();
-    const QList<QVariant::Type> types = handler->getFieldTypes();
+    const auto types = handler->getFieldTypes();
     if (!fields.isEmpty()) {
         QStringList declared = DatabaseFile::declaredTypes(path, handler->tableName());
         if (declared.size() == fields.size() + 1) // the hidden "id" column
@@ -238,11 +238,11 @@ int showInfo(const QString &database, QTextStream &out, QTextStream &err)
         RowPrinter printer(out.device(), RowPrinter::Aligned,
                            {tr("#"), tr("field"), tr("SQL type"), tr("Qt type")});
         for (int i = 0; i < fields.size(); ++i) {
-            const QVariant::Type type = types.value(i, QVariant::Invalid);
+            const int type = i < types.size() ? int(types.at(i)) : QMetaType::UnknownType;
             printer.addRow(QStringList{QString::number(i + 1), fields.at(i), declared.value(i),
-                                       type == QVariant::Invalid
+                                       type == QMetaType::UnknownType
                                                ? tr("unknown")
-                                               : QLatin1String(QVariant::typeToName(type))});
+                                               : QLatin1String(QMetaType(type).name())});
         }
         if (!printer.finish()) {
             err << tr("zqdb info: cannot write to standard output: %1.").arg(printer.errorString())

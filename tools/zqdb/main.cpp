@@ -123,8 +123,10 @@ int main(int argc, char *argv[])
 
     QTextStream out(stdout);
     QTextStream err(stderr);
+#if QT_VERSION < QT_VERSION_CHECK(6, 0, 0) // Qt 6 streams write UTF-8 already
     out.setCodec("UTF-8");
     err.setCodec("UTF-8");
+#endif
 
     const QCommandLineOption sysDir(QStringLiteral("sys-dir"), tr("System database directory."),
                                     QStringLiteral("dir"));

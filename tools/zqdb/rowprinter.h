@@ -26,8 +26,10 @@ public:
     void addRow(const QString *cells, int count);
     // Cells given as UTF-8, written as they are in CSV, the only format that takes them.
     void addRow(const RowStream::Cell *cells, int count);
+    void addRow(const QVector<QString> &cells) { addRow(cells.constData(), int(cells.size())); }
+#if QT_VERSION < QT_VERSION_CHECK(6, 0, 0) // Qt 6's QStringList is a QVector<QString>
     void addRow(const QStringList &cells) { addRow(cells.toVector()); }
-    void addRow(const QVector<QString> &cells) { addRow(cells.constData(), cells.size()); }
+#endif
     // Writes what is still held back; false when the device refused a write.
     bool finish();
     // Why the device refused a write (the system's reason).

@@ -140,7 +140,7 @@ RowStream::Cell RowStream::cell(sqlite3_stmt *statement, int column, QByteArray 
                            .toUtf8();
     }
     }
-    return Cell{scratch->constData(), scratch->size()};
+    return Cell{scratch->constData(), int(scratch->size())};
 }
 
 bool RowStream::readTable(const QString &table, qint64 firstRow, qint64 offset, qint64 count,
