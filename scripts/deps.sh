@@ -4,9 +4,10 @@ set -euo pipefail
 
 packages=(
     build-essential cmake pkg-config
-    qtbase5-dev libqt5sql5-sqlite
-    libquazip1-qt5-dev libexpat1-dev libxlsxwriter-dev
-    sqlite3 libsqlite3-dev xlsx2csv doxygen
+    qtbase5-dev libqt5sql5-sqlite libquazip1-qt5-dev
+    qt6-base-dev libqt6sql6-sqlite qt6-5compat-dev libquazip1-qt6-dev
+    libexpat1-dev libxlsxwriter-dev
+    sqlite3 libsqlite3-dev xlsx2csv doxygen python3
     clang libclang-rt-14-dev
 )
 

@@ -1,7 +1,8 @@
 #!/usr/bin/env bash
-# Builds and runs the whole suite twice, a normal build and one with address and
-# undefined-behaviour sanitizers, then runs each fuzz target for a bounded time.
-# Build trees go to build/, build-asan/ and build-fuzz/.
+# Builds and runs the whole suite three times: a normal Qt 5 build, one with address and
+# undefined-behaviour sanitizers, and a Qt 6 build that also installs both flavours into one
+# prefix and compares their results; then runs each fuzz target for a bounded time.
+# Build trees go to build/, build-asan/, build-qt6/ and build-fuzz/.
 set -euo pipefail
 cd "$(dirname "$0")/.."
 
@@ -21,6 +22,13 @@ cmake -S . -B build-asan -DCMAKE_BUILD_TYPE=Debug -DZQDATABASE_SANITIZE=ON \
     -DZQDATABASE_BUILD_BENCH=OFF >/dev/null
 cmake --build build-asan -j "$jobs"
 (cd build-asan && ctest --output-on-failure -j "$jobs")
+
+echo "== Qt 6 build, and both flavours compared"
+cmake -S . -B build-qt6 -DCMAKE_BUILD_TYPE=RelWithDebInfo -DZQDATABASE_QT_MAJOR_VERSION=6 \
+    -DZQDATABASE_OTHER_FLAVOUR_BUILD="$PWD/build" >/dev/null
+cmake --build build-qt6 -j "$jobs"
+cmake --build build-qt6 --target docs
+(cd build-qt6 && ctest --output-on-failure -j "$jobs")
 
 fuzz_seconds=${ZQ_FUZZ_SECONDS:-60}
 if [ "$fuzz_seconds" -gt 0 ]; then
