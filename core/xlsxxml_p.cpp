@@ -1,4 +1,5 @@
 #include "xlsxxml_p.h"
+#include "vectorstate_p.h"
 
 #include <QIODevice>
 
@@ -136,6 +137,8 @@ bool parseXml(QIODevice &device, qint64 maxSize, XmlHandler &handler)
         const qint64 size = buffer ? device.read(static_cast<char *>(buffer), ChunkSize) : -1;
         total += size;
         last = size == 0;
+        clearUpperVectorState(); // inflating reads through Qt
+
         ok = size >= 0 && total <= maxSize
                 && XML_ParseBuffer(parser, int(size), last) == XML_STATUS_OK;
     }

@@ -3,6 +3,8 @@
 
 #include "progressreport_p.h"
 
+#include <core/vectorstate_p.h>
+
 #include <QCoreApplication>
 #include <QFile>
 #include <QSaveFile>
@@ -17,6 +19,7 @@
 #include <sys/stat.h>
 
 #include <memory>
+#include <string>
 
 namespace Database {
 
@@ -35,11 +38,11 @@ QTextCodec *outputCodec()
     return codec ? codec : QTextCodec::codecForLocale();
 }
 
-bool isAscii(const unsigned char *bytes, int size)
+bool isAscii(const char *bytes, int size)
 {
     unsigned char any = 0;
     for (int i = 0; i < size; ++i)
-        any |= bytes[i];
+        any |= uchar(bytes[i]);
     return any < 0x80;
 }
 
@@ -82,7 +85,7 @@ public:
             encode(QString::fromLatin1(bytes, size));
             return;
         }
-        m_buffer.append(bytes, size);
+        m_buffer.append(bytes, size_t(size));
         if (m_buffer.size() >= FlushThreshold)
             flush();
     }
@@ -101,7 +104,7 @@ public:
 
     void flush()
     {
-        m_file->write(m_buffer);
+        m_file->write(m_buffer.data(), qint64(m_buffer.size()));
         m_buffer.clear();
     }
 
@@ -110,7 +113,8 @@ private:
     {
         if (text.isEmpty())
             return;
-        m_buffer += m_codec->fromUnicode(text.constData(), text.size(), &m_state);
+        const QByteArray encoded = m_codec->fromUnicode(text.constData(), text.size(), &m_state);
+        m_buffer.append(encoded.constData(), size_t(encoded.size()));
         m_pendingSurrogate = text.back().isHighSurrogate();
         if (m_buffer.size() >= FlushThreshold)
             flush();
@@ -119,7 +123,8 @@ private:
     QFileDevice *m_file;
     QTextCodec *m_codec;
     QTextCodec::ConverterState m_state;
-    QByteArray m_buffer;
+    // Keeps its capacity across flushes, and appends a few bytes cheaply in Qt 5 and Qt 6 alike.
+    std::string m_buffer;
     bool m_pendingSurrogate = false;
 };
 
@@ -151,10 +156,10 @@ void writeRow(sqlite3_stmt *statement, int columnCount, bool utf16Database,
             // replace the stored text by a lossy round trip. Anything not ASCII is decoded by
             // SQLite to UTF-16, as the driver reads it, so malformed text comes out the same.
             if (!utf16Database) {
-                const unsigned char *text = sqlite3_column_text(statement, c);
+                const char *text = reinterpret_cast<const char *>(sqlite3_column_text(statement, c));
                 const int size = sqlite3_column_bytes(statement, c);
                 if (isAscii(text, size)) {
-                    writer.appendAscii(reinterpret_cast<const char *>(text), size);
+                    writer.appendAscii(text, size);
                     break;
                 }
             }
@@ -257,6 +262,7 @@ bool exportStreaming(sqlite3 *handle, const QString &statementText, const QStrin
         const int columnCount = sqlite3_column_count(statement);
         const bool utf16Database = !isUtf8Database(handle);
         qint64 done = 0;
+        Core::clearUpperVectorState();
         while (complete && sqlite3_step(statement) == SQLITE_ROW) {
             writeRow(statement, columnCount, utf16Database, writer);
             complete = rowWritten(report, ++done);

@@ -15,7 +15,7 @@ namespace Database {
 
 namespace {
 
-// QTextStream converts what it reads in chunks of this size.
+// Qt 5's QTextStream converts what it reads in chunks of this size.
 const int StreamChunk = 16384;
 
 bool isAscii(const char *data, int size)
