@@ -1,8 +1,12 @@
 # Sourced by bench/<name>/run.sh: a release build of the drivers and timing helpers.
+# QT=6 measures the Qt 6 flavour (default 5), in a build tree of its own.
 set -euo pipefail
 
 BENCH_ROOT=$(cd "$(dirname "${BASH_SOURCE[0]}")/.." && pwd)
-BENCH_BUILD=${ZQ_BENCH_BUILD:-$BENCH_ROOT/build-bench}
+BENCH_QT=${QT:-5}
+BENCH_SUFFIX=""
+[ "$BENCH_QT" = 5 ] || BENCH_SUFFIX="-qt$BENCH_QT"
+BENCH_BUILD=${ZQ_BENCH_BUILD:-$BENCH_ROOT/build-bench$BENCH_SUFFIX}
 BENCH_WORK=${ZQ_BENCH_WORK:-$(mktemp -d /tmp/zqbench.XXXXXX)}
 export QT_QPA_PLATFORM=offscreen
 export QT_LOGGING_RULES="zq.console.info=false"
@@ -12,7 +16,7 @@ bench_build()
 {
     bash "$BENCH_ROOT/scripts/deps.sh"
     cmake -S "$BENCH_ROOT" -B "$BENCH_BUILD" -DCMAKE_BUILD_TYPE=Release \
-        -DZQDATABASE_BUILD_TESTS=OFF -DZQDATABASE_BUILD_TOOLS=OFF -DZQDATABASE_BUILD_BENCH=ON >/dev/null
+        -DZQDATABASE_QT_MAJOR_VERSION="$BENCH_QT" -DZQDATABASE_BUILD_TESTS=OFF -DZQDATABASE_BUILD_TOOLS=OFF -DZQDATABASE_BUILD_BENCH=ON >/dev/null
     cmake --build "$BENCH_BUILD" -j "$(nproc)" --target "$@" >/dev/null
 }
 

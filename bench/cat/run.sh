@@ -11,9 +11,9 @@ TABLES=$((ROWS / 50000))
 # zqdb is a tool, not a bench driver: a release tree of its own.
 bash "$BENCH_ROOT/scripts/deps.sh"
 cmake -S "$BENCH_ROOT" -B "$BENCH_BUILD-zqdb" -DCMAKE_BUILD_TYPE=Release \
-    -DZQDATABASE_BUILD_TESTS=OFF -DZQDATABASE_BUILD_TOOLS=ON -DZQDATABASE_BUILD_BENCH=OFF >/dev/null
+    -DZQDATABASE_QT_MAJOR_VERSION="$BENCH_QT" -DZQDATABASE_BUILD_TESTS=OFF -DZQDATABASE_BUILD_TOOLS=ON -DZQDATABASE_BUILD_BENCH=OFF >/dev/null
 cmake --build "$BENCH_BUILD-zqdb" -j "$(nproc)" --target zqdb >/dev/null
-zqdb="$BENCH_BUILD-zqdb/tools/zqdb/zqdb"
+zqdb="$BENCH_BUILD-zqdb/tools/zqdb/zqdb$BENCH_SUFFIX"
 
 db="$BENCH_WORK/cat.db"
 rm -f "$db"
