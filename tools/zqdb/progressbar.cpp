@@ -77,7 +77,8 @@ void ProgressBar::removeOnInterrupt(const QString &path)
 void ProgressBar::keepOnInterrupt(const QString &path)
 {
     const QByteArray name = QFile::encodeName(path);
-    for (int i = 0; i < removeCount; ++i)
+    const int count = qMin(int(removeCount), MaxRemoved); // the bound the optimiser can see
+    for (int i = 0; i < count; ++i)
         if (name == removeOnExit[i])
             removeOnExit[i][0] = 0;
 }
