@@ -40,18 +40,19 @@ private slots:
         // reference(), which reads the table as a query model does.
         QTest::addColumn<QString>("sql");
         QTest::addColumn<QString>("expected");
+        QTest::addColumn<bool>("ontoItself"); // the CSV file is the database file
 
         QTest::newRow("every cell followed by a comma, nothing quoted, gbk")
                 << QString::fromUtf8("CREATE TABLE t (a, b); INSERT INTO t VALUES ('a,b', 'say "
                                      "\"hi\"'), ('张三', NULL);")
-                << QString::fromUtf8("a,b,say \"hi\",\n张三,,\n");
+                << QString::fromUtf8("a,b,say \"hi\",\n张三,,\n") << false;
         QTest::newRow("default table listed first is skipped")
                 << "CREATE TABLE DATABASE_SQLITE_DEFAULTDB (v); INSERT INTO "
                    "DATABASE_SQLITE_DEFAULTDB VALUES ('no'); CREATE TABLE other (v); INSERT INTO "
                    "other VALUES ('yes');"
-                << "yes,\n";
+                << "yes,\n" << false;
         QTest::newRow("no table but the default one")
-                << "CREATE TABLE DATABASE_SQLITE_DEFAULTDB (a);" << QString();
+                << "CREATE TABLE DATABASE_SQLITE_DEFAULTDB (a);" << QString() << false;
 
         // Numbers at the edges of their text forms, null, blobs, text GBK lacks, malformed
         // text and unpaired surrogates (in a UTF-16 database) ending cells, with enough long
@@ -68,21 +69,25 @@ private slots:
                 "x % 2 WHEN 0 THEN replace(hex(zeroblob(x % 7 * 150 + 400)), '00', '中') || "
                 "CAST(X'3DD8' AS TEXT) ELSE CAST(X'00DE' AS TEXT) || x || '数据' END FROM c;");
         QTest::newRow("utf-8 database, as a query reads it")
-                << "PRAGMA encoding = 'UTF-8';" + table << "=query";
+                << "PRAGMA encoding = 'UTF-8';" + table << "=query" << false;
         QTest::newRow("utf-16 database, as a query reads it")
-                << "PRAGMA encoding = 'UTF-16le';" + table << "=query";
+                << "PRAGMA encoding = 'UTF-16le';" + table << "=query" << false;
+        // Read whole before the file is overwritten.
+        QTest::newRow("onto the database file itself, as a query reads it")
+                << "PRAGMA encoding = 'UTF-8';" + table << "=query" << true;
     }
 
     void toCSV()
     {
         QFETCH(QString, sql);
         QFETCH(QString, expected);
+        QFETCH(bool, ontoItself);
         const QString db = m_catalogue.filePath(QTest::currentDataTag() + QStringLiteral(".db"));
-        const QString csv = db + QStringLiteral(".csv");
+        const QString csv = ontoItself ? db : db + QStringLiteral(".csv");
         QVERIFY(TestSupport::sqlite(db, sql));
-        QCOMPARE(DatabaseExport::toCSV(db, csv), !expected.isNull());
         const QByteArray bytes
                 = expected == "=query" ? reference(db) : TestSupport::iconvEncode(expected, "GBK");
+        QCOMPARE(DatabaseExport::toCSV(db, csv), !expected.isNull());
         if (!expected.isNull())
             QCOMPARE(TestSupport::readFile(csv), bytes);
     }

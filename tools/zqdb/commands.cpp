@@ -238,7 +238,7 @@ int showInfo(const QString &database, QTextStream &out, QTextStream &err)
         RowPrinter printer(out.device(), RowPrinter::Aligned,
                            {tr("#"), tr("field"), tr("SQL type"), tr("Qt type")});
         for (int i = 0; i < fields.size(); ++i) {
-            const int type = i < types.size() ? int(types.at(i)) : QMetaType::UnknownType;
+            const int type = int(types.value(i)); // QVariant::Invalid (0) when unknown
             printer.addRow(QStringList{QString::number(i + 1), fields.at(i), declared.value(i),
                                        type == QMetaType::UnknownType
                                                ? tr("unknown")
