@@ -182,6 +182,20 @@ void RowBatch::append(const QStringList &fields)
     m_strings.append(fields);
 }
 
+int RowBatch::endRow()
+{
+    const int count = m_ends.size() - 1 - m_rowStart;
+    if (count > 0)
+        m_rows.append(Row{m_rowStart, count, true});
+    return count;
+}
+
+void RowBatch::dropRow()
+{
+    m_bytes.resize(m_ends.at(m_rowStart));
+    m_ends.resize(m_rowStart + 1);
+}
+
 const QStringList *RowBatch::strings(int row) const
 {
     const Row &r = m_rows.at(row);

@@ -38,6 +38,17 @@ public:
     // (nothing kept) when a value holds text that only its UTF-16 form binds exactly.
     int appendText(const QString &text, const QString &separator);
     void append(const QStringList &fields);
+    // For readers that split records themselves: the UTF-8 fields appended after beginRow(),
+    // empty ones kept, make one row at endRow(), which returns their number; dropRow() forgets
+    // them.
+    void beginRow() { m_rowStart = m_ends.size() - 1; }
+    void appendField(const char *data, int size)
+    {
+        m_bytes.append(data, size);
+        m_ends.append(m_bytes.size());
+    }
+    int endRow();
+    void dropRow();
 
     int fieldCount(int row) const { return m_rows.at(row).count; }
     // The decoded fields, or null for a row of bytes.
@@ -56,6 +67,7 @@ private:
     QByteArray m_bytes;
     QVector<int> m_ends{0}; // field i is m_bytes[m_ends[i], m_ends[i + 1])
     QList<QStringList> m_strings;
+    int m_rowStart = 0;
 };
 
 // Writes one batch of rows into one generated table (id INTEGER PRIMARY KEY AUTOINCREMENT,

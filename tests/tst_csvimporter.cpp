@@ -1,0 +1,174 @@
+#include <database/csvimporter.h>
+#include <database/databasegenerator.h>
+#include <database/progressscope.h>
+
+#include "testsupport.h"
+
+#include <QtTest>
+
+using Database::CsvImporter;
+using Format = CsvImporter::Format;
+using Encoding = CsvImporter::Encoding;
+
+Q_DECLARE_METATYPE(CsvImporter::Format)
+Q_DECLARE_METATYPE(CsvImporter::Encoding)
+
+class tst_CsvImporter : public QObject
+{
+    Q_OBJECT
+
+private slots:
+    void import_data();
+    void import();
+    void unclosedQuote();
+    void batchesAndCancel();
+    void lineRuleMatchesGenerator();
+
+private:
+    // Every value column of every row of table1, quote()d as SQLite stores it, one row a line.
+    QString rows(const QString &database, int columns) const
+    {
+        QStringList quoted;
+        for (int c = 1; c <= columns; ++c)
+            quoted << QStringLiteral("quote(column%1)").arg(c);
+        return TestSupport::sqliteQuery(
+                database, "SELECT " + quoted.join(" || '|' || ") + " FROM table1 ORDER BY id;");
+    }
+    QTemporaryDir m_dir;
+};
+
+void tst_CsvImporter::import_data()
+{
+    QTest::addColumn<QByteArray>("bytes");
+    QTest::addColumn<Format>("format");
+    QTest::addColumn<Encoding>("encoding");
+    QTest::addColumn<QString>("separator");
+    QTest::addColumn<int>("columns");
+    QTest::addColumn<QString>("expected"); // rows() of table1
+
+    const QByteArray gb = TestSupport::iconvEncode(QString::fromUtf8("西安,陕西\n"), "GB18030");
+    const auto rfc = [](const char *name, const QByteArray &bytes, const char *expected, int columns,
+                        const QString &separator = QStringLiteral(",")) {
+        QTest::newRow(name) << bytes << Format::Rfc4180 << Encoding::Automatic << separator << columns
+                            << QString::fromUtf8(expected);
+    };
+    rfc("empty fields kept, short rows padded", "Li,,123,ok\na\n\n,\n",
+        "'Li'|''|'123'|'ok'\n'a'|''|''|''\n''|''|''|''", 4);
+    rfc("quoted separators, doubled quotes, spaces kept",
+        "Zhao,\"Xi an, Shaanxi\",9\n \"a\"\"b\" ,\"\"\n", "'Zhao'|'Xi an, Shaanxi'|'9'\n' \"a\"\"b\" '|''|''", 3);
+    rfc("line breaks in quotes, LF CRLF and CR ends", "\"1\n2\",x\r\n\"3\r\n4\"\ry\r\"z\"",
+        "'1\n2'|'x'\n'3\r\n4'|''\n'y'|''\n'z'|''", 2);
+    rfc("text after a closing quote kept", "\"ab\"cd,e\n", "'abcd'|'e'", 2);
+    rfc("several-character separator", "a::b::::c\n\"x::y\"::z\n", "'a'|'b'|''|'c'\n'x::y'|'z'|''|''", 4,
+        QStringLiteral("::"));
+    rfc("no separator: one field a line", "a,b\n\"c\n\"\n", "'a,b'\n'c\n'", 1, QString());
+    rfc("automatic: UTF-8 without a mark", "名,值\n", "'名'|'值'", 2);
+    rfc("automatic: UTF-8 mark dropped", "\xef\xbb\xbf\xe5\x90\x8d,v\n", "'名'|'v'", 2);
+    rfc("automatic: GB18030 when not UTF-8", gb, "'西安'|'陕西'", 2);
+    rfc("automatic: UTF-16 by its mark", QByteArray("\xff\xfe" "a\0,\0\x0d\x54\n\0", 10), "'a'|'名'", 2);
+
+    QTest::newRow("UTF-8 chosen: malformed bytes replaced")
+            << QByteArray("a\xff,b\n") << Format::Rfc4180 << Encoding::Utf8 << "," << 2
+            << QString::fromUtf8("'a\xef\xbf\xbd'|'b'");
+    QTest::newRow("GB18030 chosen over valid UTF-8") << QByteArray("\xc3\xa9\n") << Format::Rfc4180
+            << Encoding::Gb18030 << "," << 1 << QString::fromUtf8("'茅'");
+    QTest::newRow("per-line: GB2312, UTF-8 after a mark")
+            << TestSupport::iconvEncode(QString::fromUtf8("啊,b\n"), "GB2312") + "\xef\xbb\xbf\xe5\x90\x8d,\"q\"\n"
+            << Format::Rfc4180 << Encoding::PerLine << "," << 2 << QString::fromUtf8("'啊'|'b'\n'名'|'q'");
+    QTest::newRow("line rule: trimmed, empty fields dropped, quotes kept")
+            << QByteArray(" Li,,123,ok \nZhao,\"Xi an, Shaanxi\"\n\n,,\n") << Format::LineRule
+            << Encoding::Automatic << "," << 3
+            << QString::fromUtf8("'Li'|'123'|'ok'\n'Zhao'|'\"Xi an'|' Shaanxi\"'");
+}
+
+void tst_CsvImporter::import()
+{
+    QFETCH(QByteArray, bytes);
+    QFETCH(Format, format);
+    QFETCH(Encoding, encoding);
+    QFETCH(QString, separator);
+    QFETCH(int, columns);
+    QFETCH(QString, expected);
+    const QString source = m_dir.filePath(QTest::currentDataTag() + QStringLiteral(".csv"));
+    const QString database = source + QStringLiteral(".db");
+    QVERIFY(TestSupport::writeFile(source, bytes));
+    CsvImporter importer({format, encoding, separator});
+    QVERIFY2(importer.importFile(source, database), qPrintable(importer.log()));
+    QCOMPARE(importer.log(), QString());
+    QCOMPARE(TestSupport::sqliteQuery(database, "SELECT count(*) FROM pragma_table_info('table1');"),
+             QString::number(columns + 1));
+    QCOMPARE(rows(database, columns), expected);
+}
+
+// An unclosed quote names the line it opened on; the tables already written stay whole.
+void tst_CsvImporter::unclosedQuote()
+{
+    const QString source = m_dir.filePath("unclosed.csv");
+    const QString database = m_dir.filePath("unclosed.db");
+    QByteArray bytes;
+    for (int i = 1; i <= 50002; ++i)
+        bytes += QByteArray::number(i) + (i == 4 ? ",\"two\nlines\"\n" : ",x\n");
+    bytes += "last,\"open\nand on";
+    QVERIFY(TestSupport::writeFile(source, bytes));
+    CsvImporter importer;
+    QVERIFY(!importer.importFile(source, database));
+    QCOMPARE(importer.errorLine(), 50004);
+    QVERIFY2(importer.log().startsWith("Line 50004: a quoted field is not closed."),
+             qPrintable(importer.log()));
+    QCOMPARE(TestSupport::sqliteQuery(database, "SELECT count(*), max(id) FROM table1;"),
+             QString("50000|50000"));
+    QCOMPARE(TestSupport::sqliteQuery(database, "SELECT count(*) FROM sqlite_master WHERE name = 'table2';"),
+             QString("0"));
+}
+
+// Tables of 50,000 rows, as wide as the widest row so far; a cancel keeps whole tables only.
+void tst_CsvImporter::batchesAndCancel()
+{
+    const QString source = m_dir.filePath("batches.csv");
+    QByteArray bytes;
+    for (int i = 1; i <= 120000; ++i)
+        bytes += QByteArray::number(i) + (i == 60000 ? ",a,b\n" : ",a\n");
+    QVERIFY(TestSupport::writeFile(source, bytes));
+
+    const QString database = m_dir.filePath("batches.db");
+    CsvImporter importer;
+    QVERIFY(importer.importFile(source, database));
+    QCOMPARE(TestSupport::sqliteQuery(database,
+                                      "SELECT (SELECT count(*) FROM table1), (SELECT count(*) FROM "
+                                      "table3), (SELECT count(*) FROM pragma_table_info('table1')), "
+                                      "(SELECT count(*) FROM pragma_table_info('table2')), "
+                                      "(SELECT column1 FROM table3 WHERE id = 20000);"),
+             QString("50000|20000|3|4|120000"));
+
+    const QString cancelled = m_dir.filePath("cancelled.db");
+    qint64 last = 0;
+    Database::ProgressScope scope([&](qint64 done, qint64 total) {
+        last = done;
+        return done < total / 2;
+    });
+    QVERIFY(!importer.importFile(source, cancelled));
+    QCOMPARE(importer.log(), QString("Import cancelled"));
+    QVERIFY(last >= bytes.size() / 2);
+    QCOMPARE(TestSupport::sqliteQuery(cancelled, "SELECT group_concat(name) FROM sqlite_master "
+                                                 "WHERE name LIKE 'table%';"),
+             QString("table1"));
+}
+
+// The line rule reads what DatabaseGenerator reads, with its per-line decoding.
+void tst_CsvImporter::lineRuleMatchesGenerator()
+{
+    const QString source = m_dir.filePath("rule.txt");
+    QByteArray bytes = QByteArray("a,b,c\n").repeated(6);
+    bytes += TestSupport::iconvEncode(QString::fromUtf8(" 中,,文 \n\t\"q\",x\r\n"), "GB2312");
+    bytes += "\xef\xbb\xbf\xe5\x90\x8d,\xff\n,,,\nz\rz,\xa1\n";
+    QVERIFY(TestSupport::writeFile(source, bytes));
+    Database::DatabaseGenerator generator;
+    QVERIFY(generator.importOriginalFile(source, m_dir.filePath("generator.db")));
+    CsvImporter importer({Format::LineRule, Encoding::PerLine, QStringLiteral(",")});
+    QVERIFY(importer.importFile(source, m_dir.filePath("rule.db")));
+    QCOMPARE(rows(m_dir.filePath("rule.db"), 3), rows(m_dir.filePath("generator.db"), 3));
+}
+
+QTEST_GUILESS_MAIN(tst_CsvImporter)
+
+#include "tst_csvimporter.moc"
