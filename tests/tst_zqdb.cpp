@@ -73,7 +73,8 @@ void tst_Zqdb::cleanup()
 // Usage errors (2, with a pointer to the help) and failures (1) that name the cause.
 void tst_Zqdb::messages_data()
 {
-    // "@text": a file that is no database; "@ragged": lines of 2 and 3 fields; "@dir": a folder
+    // "@text": a file that is no database; "@ragged": lines of 2 and 3 fields; "@quote": a quote
+    // not closed on line 2; "@dir": a folder
     QTest::addColumn<QStringList>("arguments");
     QTest::addColumn<int>("exitCode");
     QTest::addColumn<QString>("message");
@@ -84,6 +85,16 @@ void tst_Zqdb::messages_data()
     row("bad count", {"cat", "x", "--count", "-3"}, 2, "--count takes a number");
     row("both import modes", {"import", "a", "b", "--replace", "--in-place"}, 2, "choose one");
     row("bad encoding", {"memory", "x", "--encoding", "latin9"}, 2, "takes gb2312 or utf-8");
+    row("import's encodings", {"import", "a", "b", "--encoding", "latin9"}, 2,
+        "takes gb2312, utf-8, gb18030 or auto");
+    row("memory has no detection", {"memory", "x", "--encoding", "auto"}, 2,
+        "gb2312 or utf-8 for memory");
+    row("csv of ragged lines pads them", {"import", "@ragged", "@dir/x.db", "--csv"}, 0,
+        "table1  2 row(s)");
+    row("line rule in GB18030 pads", {"import", "@ragged", "@dir/x.db", "--encoding", "gb18030"},
+        0, "table1  2 row(s)");
+    row("csv quote not closed", {"import", "@quote", "@dir/x.db", "--csv"}, 1,
+        "Line 2: a quoted field is not closed.");
     row("import of a missing file", {"import", "/no/such.csv", "@dir/x.db"}, 1, "no such file");
     row("import of a directory", {"import", "@dir", "@dir/x.db"}, 1, "is a directory");
     row("import into no directory", {"import", "@text", "@dir/no/x.db"}, 1, "does not exist");
@@ -101,8 +112,10 @@ void tst_Zqdb::messages()
     QFETCH(QString, message);
     QVERIFY(TestSupport::writeFile(m_catalogue->filePath("notes.txt"), "just notes\n"));
     QVERIFY(TestSupport::writeFile(m_catalogue->filePath("ragged.csv"), "a,b\nc,d,e\n"));
+    QVERIFY(TestSupport::writeFile(m_catalogue->filePath("quote.csv"), "a,b\n\"c,d\ne\n"));
     arguments.replaceInStrings("@text", m_catalogue->filePath("notes.txt"))
             .replaceInStrings("@ragged", m_catalogue->filePath("ragged.csv"))
+            .replaceInStrings("@quote", m_catalogue->filePath("quote.csv"))
             .replaceInStrings("@dir", m_catalogue->root());
     const Run run = zqdb(arguments);
     QCOMPARE(run.exitCode, exitCode);

@@ -6,6 +6,7 @@
 #include "translate.h"
 
 #include <core/xlsxreader.h>
+#include <database/csvimporter.h>
 #include <database/databasegenerator.h>
 #include <database/progressscope.h>
 #include <database/xlsxtodbgenerator.h>
@@ -95,8 +96,8 @@ int Importer::run(const QString &source, const QString &target)
     const QString sourceName = source == QLatin1String("-")
             ? tr("standard input")
             : QStringLiteral("'%1'").arg(shown(source));
-    if (spreadsheet && (m_options.separatorSet || m_options.encodingSet)) {
-        m_err << tr("zqdb import: --separator and --encoding apply to text files, not to "
+    if (spreadsheet && (m_options.separatorSet || m_options.encodingSet || m_options.csv)) {
+        m_err << tr("zqdb import: --csv, --separator and --encoding apply to text files, not to "
                     "spreadsheets.")
               << '\n'
               << tr("Try 'zqdb import --help'.") << '\n';
@@ -105,10 +106,15 @@ int Importer::run(const QString &source, const QString &target)
     if (!checkTarget(target))
         return Failure;
 
+    // CSV, and encodings beyond the library importer's own rule, go through CsvImporter; its
+    // line rule splits as the library's importer does.
+    const bool csvImporter = !spreadsheet
+            && (m_options.csv || m_options.encoding == TextSource::Gb18030
+                || m_options.encoding == TextSource::Automatic);
     // A text source in UTF-8 reaches the importer with a byte-order mark on every line.
     QTemporaryFile utf8Copy(QDir::tempPath() + QLatin1String("/zqdb-utf8-XXXXXX"));
     QString importPath = sourcePath;
-    if (!spreadsheet && m_options.encoding == TextSource::Utf8) {
+    if (!spreadsheet && !csvImporter && m_options.encoding == TextSource::Utf8) {
         QString error;
         if (utf8Copy.open())
             ProgressBar::removeOnInterrupt(utf8Copy.fileName());
@@ -119,9 +125,10 @@ int Importer::run(const QString &source, const QString &target)
                                      error.isEmpty() ? utf8Copy.errorString() : error));
         importPath = utf8Copy.fileName();
     }
-    if (!spreadsheet)
+    if (!spreadsheet && !csvImporter)
         adviseOnText(importPath, sourceName);
-    if (m_options.mode == InPlace && !checkColumns(importPath, spreadsheet, target))
+    // The head of a CSV file tells nothing certain of its width: its rows may span lines.
+    if (m_options.mode == InPlace && !csvImporter && !checkColumns(importPath, spreadsheet, target))
         return Failure;
 
     // --replace builds the new database beside the target and swaps it in only on success.
@@ -155,6 +162,14 @@ int Importer::run(const QString &source, const QString &target)
             Database::XlsxToDBGenerator generator;
             ok = generator.importOriginalFile(importPath, workPath);
             log = generator.getLog();
+        } else if (csvImporter) {
+            using Csv = Database::CsvImporter;
+            const Csv::Encoding encodings[] = {Csv::Encoding::PerLine, Csv::Encoding::Utf8,
+                                               Csv::Encoding::Gb18030, Csv::Encoding::Automatic};
+            Csv importer({m_options.csv ? Csv::Format::Rfc4180 : Csv::Format::LineRule,
+                          encodings[m_options.encoding], m_options.separator});
+            ok = importer.importFile(importPath, workPath);
+            log = importer.log();
         } else {
             Database::DatabaseGenerator generator;
             generator.setSeparator(m_options.separator);
@@ -194,7 +209,7 @@ int Importer::run(const QString &source, const QString &target)
         fail(tr("Ctrl-C came too late to stop the import."));
     m_err << tr("Imported %1 into '%2', which now holds:").arg(sourceName, shown(target)) << '\n';
     listTables(m_err, DatabaseFile::tables(target), "  ");
-    if (m_options.mode == InPlace) {
+    if (m_options.mode == InPlace && !csvImporter) {
         const QStringList kept = keptTables(importPath, spreadsheet);
         if (!kept.isEmpty())
             fail(tr("note: %n table(s) from before stay beside the new rows and count as records "

@@ -20,6 +20,7 @@ public:
 
     struct Options
     {
+        bool csv = false; // RFC 4180 through CsvImporter
         QString separator = QStringLiteral(",");
         bool separatorSet = false;
         TextSource::Encoding encoding = TextSource::Gb2312;

@@ -49,7 +49,7 @@ const QList<Command> &commands()
              {"NAME"},
              {"FILE"}},
             {"import",
-             "import SOURCE DATABASE [--separator TEXT] [--encoding NAME] [--replace|--in-place]",
+             "import SOURCE DATABASE [--csv] [--separator TEXT] [--encoding NAME] [--replace|--in-place]",
              QT_TRANSLATE_NOOP("zqdb",
                                "Imports a text file or an .xlsx/.xlsm spreadsheet (SOURCE - for "
                                "standard input) into a database file."),
@@ -154,9 +154,16 @@ int main(int argc, char *argv[])
             QStringLiteral("text"));
     const QCommandLineOption encoding(
             QStringLiteral("encoding"),
-            tr("Encoding of a text source: gb2312 (default; a line with a byte-order mark is read "
-               "as UTF) or utf-8."),
+            tr("Encoding of a text source: gb2312 (the default without --csv; a line with a "
+               "byte-order mark is read as UTF), utf-8, gb18030, or auto (the default with --csv: "
+               "a byte-order mark, else UTF-8 when the whole file is UTF-8, else GB18030). "
+               "memory takes gb2312 or utf-8."),
             QStringLiteral("name"));
+    const QCommandLineOption csvImport(
+            QStringLiteral("csv"),
+            tr("Read the text as CSV (RFC 4180): quoted fields may hold separators, quotes and "
+               "line breaks, and empty fields are kept. Without it each line is trimmed and split "
+               "as the library's importer does: empty fields dropped, quotes kept as text."));
     const QCommandLineOption replace(
             QStringLiteral("replace"),
             tr("Import into a new file that replaces DATABASE only when the import succeeds."));
@@ -210,7 +217,7 @@ int main(int argc, char *argv[])
     if (name == QLatin1String("cat"))
         commandParser.addOptions({from, count, columns, csv});
     if (name == QLatin1String("import"))
-        commandParser.addOptions({separator, encoding, replace, inPlace});
+        commandParser.addOptions({csvImport, separator, encoding, replace, inPlace});
     if (name == QLatin1String("memory"))
         commandParser.addOption(encoding);
     commandParser.addPositionalArgument(name, tr("The command."), name);
@@ -258,9 +265,16 @@ int main(int argc, char *argv[])
     if (isImport && commandParser.isSet(replace) && commandParser.isSet(inPlace))
         return usage(tr("choose one of --replace and --in-place."));
     Zqdb::TextSource::Encoding textEncoding = Zqdb::TextSource::Gb2312;
-    if (encodingSet
-        && !Zqdb::TextSource::parseEncoding(commandParser.value(encoding), &textEncoding))
-        return usage(tr("--encoding takes gb2312 or utf-8, not '%1'.")
+    const bool parsed = !encodingSet
+            || Zqdb::TextSource::parseEncoding(commandParser.value(encoding), &textEncoding);
+    if (isImport && !parsed)
+        return usage(tr("--encoding takes gb2312, utf-8, gb18030 or auto, not '%1'.")
+                             .arg(commandParser.value(encoding)));
+    // The memory table's lines are read here, in the importer's rule or as UTF-8.
+    if (!isImport
+        && (!parsed
+            || (textEncoding != Zqdb::TextSource::Gb2312 && textEncoding != Zqdb::TextSource::Utf8)))
+        return usage(tr("--encoding takes gb2312 or utf-8 for memory, not '%1'.")
                              .arg(commandParser.value(encoding)));
 
     int result = Zqdb::Usage;
@@ -291,7 +305,8 @@ int main(int argc, char *argv[])
         if (commandParser.isSet(separator))
             options.separator = unescapeSeparator(commandParser.value(separator));
         options.separatorSet = commandParser.isSet(separator);
-        options.encoding = textEncoding;
+        options.csv = commandParser.isSet(csvImport);
+        options.encoding = encodingSet || !options.csv ? textEncoding : Zqdb::TextSource::Automatic;
         options.encodingSet = encodingSet;
         options.mode = commandParser.isSet(replace) ? Zqdb::Importer::Replace
                 : commandParser.isSet(inPlace)      ? Zqdb::Importer::InPlace

@@ -33,6 +33,14 @@ bool TextSource::parseEncoding(const QString &name, Encoding *encoding)
         *encoding = Utf8;
         return true;
     }
+    if (key == QLatin1String("gb18030")) {
+        *encoding = Gb18030;
+        return true;
+    }
+    if (key == QLatin1String("auto")) {
+        *encoding = Automatic;
+        return true;
+    }
     return false;
 }
 

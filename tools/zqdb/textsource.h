@@ -12,7 +12,7 @@ namespace Zqdb {
 class TextSource
 {
 public:
-    enum Encoding { Gb2312, Utf8 };
+    enum Encoding { Gb2312, Utf8, Gb18030, Automatic };
 
     struct HeadLine
     {
@@ -21,7 +21,8 @@ public:
         bool hasSeparator;
     };
 
-    // "gb2312" (the library's own rule) or "utf-8", in any case and with or without the dash.
+    // "gb2312" (the library's own rule), "utf-8", "gb18030" or "auto", in any case and with or
+    // without the dash.
     static bool parseEncoding(const QString &name, Encoding *encoding);
 
     // True when the file starts with a UTF-8 byte-order mark or its head holds multi-byte UTF-8
