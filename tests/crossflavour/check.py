@@ -130,11 +130,14 @@ def prepare(directory):
             f.write(data)
     for name in text_inputs():
         imported(name, name + ".db")
+        imported(name, name + ".rfc.db", "--csv")
     imported("gb2312.txt", "gb2312-gbsep.db", "--separator", "江")
     imported("ascii.csv", "ascii-pipe.db", "--separator", "|")
     imported("invalid-gb2312.txt", "multibyte-sep.db", "--separator", "\xb0\xa1".encode("latin-1").decode("gb2312"))
     imported("line-ends.txt", "two-byte-sep.db", "--separator", ",\t")
     imported("utf8-mark.txt", "utf8-option.db", "--encoding", "utf-8")
+    imported("gb2312.txt", "gb18030-rule.db", "--encoding", "gb18030")
+    imported("invalid-gb2312.txt", "auto-rule.db", "--encoding", "auto")
     runs.append(["memory", "gb2312.txt"])
     runs.append(["memory", "utf8-mark.txt", "--encoding", "utf-8"])
     # Rows that a constraint refuses roll their batch back and are logged.
