@@ -1,5 +1,6 @@
 #include "browserwindow.h"
 
+#include <database/csvimporter.h>
 #include <database/databaseexport.h>
 #include <database/databasegenerator.h>
 #include <database/databasemanager.h>
@@ -10,6 +11,7 @@
 #include <core/settings.h>
 
 #include <QApplication>
+#include <QComboBox>
 #include <QDir>
 #include <QFileDialog>
 #include <QFileInfo>
@@ -32,6 +34,8 @@ BrowserWindow::BrowserWindow(QWidget *parent)
     , m_catalogue(new QListWidget)
     , m_table(new QTableView)
     , m_separator(new QLineEdit(QStringLiteral(",")))
+    , m_format(new QComboBox)
+    , m_encoding(new QComboBox)
     , m_model(new Database::DatabaseTableModel(this))
 {
     setWindowTitle(tr("Database browser"));
@@ -42,6 +46,19 @@ BrowserWindow::BrowserWindow(QWidget *parent)
     m_separator->setMaximumWidth(40);
     m_separator->setToolTip(tr("Field separator of text files; \\t for a tab"));
     tools->addWidget(m_separator);
+    // The line rule in GB2312 (per line) is the library importer's own; the rest is CsvImporter.
+    m_format->addItem(tr("Line rule"), int(Database::CsvImporter::Format::LineRule));
+    m_format->addItem(tr("CSV"), int(Database::CsvImporter::Format::Rfc4180));
+    m_format->setToolTip(tr("Line rule: each line trimmed, empty fields dropped, quotes kept as "
+                            "text. CSV: quoted fields may hold separators and line breaks."));
+    tools->addWidget(m_format);
+    m_encoding->addItem(tr("GB2312"), int(Database::CsvImporter::Encoding::PerLine));
+    m_encoding->addItem(tr("Detect"), int(Database::CsvImporter::Encoding::Automatic));
+    m_encoding->addItem(tr("UTF-8"), int(Database::CsvImporter::Encoding::Utf8));
+    m_encoding->addItem(tr("GB18030"), int(Database::CsvImporter::Encoding::Gb18030));
+    m_encoding->setToolTip(tr("GB2312: UTF for a line that starts with a byte-order "
+                              "mark. Detect: a byte-order mark, else UTF-8, else GB18030."));
+    tools->addWidget(m_encoding);
     tools->addSeparator();
     tools->addAction(tr("Import spreadsheet..."), this, &BrowserWindow::importSpreadsheet);
     tools->addAction(tr("Export CSV..."), this, &BrowserWindow::exportCsv);
@@ -170,15 +187,27 @@ void BrowserWindow::importText()
     const QString source = askSource(tr("Text files (*.txt *.csv *.tsv);;All files (*)"));
     if (source.isEmpty())
         return;
-    Database::DatabaseGenerator generator;
     QString separator = m_separator->text();
-    generator.setSeparator(separator.replace(QStringLiteral("\\t"), QStringLiteral("\t")));
+    separator.replace(QStringLiteral("\\t"), QStringLiteral("\t"));
+    const auto format = Database::CsvImporter::Format(m_format->currentData().toInt());
+    const auto encoding = Database::CsvImporter::Encoding(m_encoding->currentData().toInt());
     // The shown database is left first: the import may write the very file it reads.
     m_model->setDatabaseName(QString());
+    if (format == Database::CsvImporter::Format::LineRule
+        && encoding == Database::CsvImporter::Encoding::PerLine) {
+        Database::DatabaseGenerator generator;
+        generator.setSeparator(separator);
+        const Outcome outcome = withProgress(tr("Importing %1").arg(source), [&] {
+            return generator.importOriginalFile(source, targetFile(source));
+        });
+        imported(outcome, generator.getLog(), source);
+        return;
+    }
+    Database::CsvImporter importer({format, encoding, separator});
     const Outcome outcome = withProgress(tr("Importing %1").arg(source), [&] {
-        return generator.importOriginalFile(source, targetFile(source));
+        return importer.importFile(source, targetFile(source));
     });
-    imported(outcome, generator.getLog(), source);
+    imported(outcome, importer.log(), source);
 }
 
 void BrowserWindow::importSpreadsheet()

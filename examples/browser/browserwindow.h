@@ -5,6 +5,7 @@
 
 #include <functional>
 
+class QComboBox;
 class QLineEdit;
 class QListWidget;
 class QTableView;
@@ -44,6 +45,8 @@ private:
     QListWidget *m_catalogue;
     QTableView *m_table;
     QLineEdit *m_separator;
+    QComboBox *m_format;
+    QComboBox *m_encoding;
     Database::DatabaseTableModel *m_model;
 };
 
