@@ -20,19 +20,25 @@ class tst_CsvImporter : public QObject
 private slots:
     void import_data();
     void import();
+    void recordsAcrossBlocks_data();
+    void recordsAcrossBlocks();
     void unclosedQuote();
     void batchesAndCancel();
     void lineRuleMatchesGenerator();
 
 private:
-    // Every value column of every row of table1, quote()d as SQLite stores it, one row a line.
-    QString rows(const QString &database, int columns) const
+    // Every value column of the rows of table1 after the first skip, quote()d as SQLite stores
+    // them, one row a line.
+    QString rows(const QString &database, int columns, int skip = 0) const
     {
         QStringList quoted;
         for (int c = 1; c <= columns; ++c)
             quoted << QStringLiteral("quote(column%1)").arg(c);
-        return TestSupport::sqliteQuery(
-                database, "SELECT " + quoted.join(" || '|' || ") + " FROM table1 ORDER BY id;");
+        return TestSupport::sqliteQuery(database,
+                                        "SELECT " + quoted.join(" || '|' || ")
+                                                + QStringLiteral(" FROM table1 WHERE id > %1 ORDER "
+                                                                 "BY id;")
+                                                          .arg(skip));
     }
     QTemporaryDir m_dir;
 };
@@ -67,6 +73,10 @@ void tst_CsvImporter::import_data()
     rfc("automatic: GB18030 when not UTF-8", gb, "'西安'|'陕西'", 2);
     rfc("automatic: UTF-16 by its mark", QByteArray("\xff\xfe" "a\0,\0\x0d\x54\n\0", 10), "'a'|'名'", 2);
 
+    rfc("automatic: an overlong form is not UTF-8", "\xe0\x80\xaf\n", "'鄝\xef\xbf\xbd'", 1);
+    QTest::newRow("UTF-8 chosen: a cut sequence at the end replaced")
+            << QByteArray("a,\xe5\x90") << Format::Rfc4180 << Encoding::Utf8 << "," << 2
+            << QString::fromUtf8("'a'|'\xef\xbf\xbd\xef\xbf\xbd'");
     QTest::newRow("UTF-8 chosen: malformed bytes replaced")
             << QByteArray("a\xff,b\n") << Format::Rfc4180 << Encoding::Utf8 << "," << 2
             << QString::fromUtf8("'a\xef\xbf\xbd'|'b'");
@@ -100,6 +110,41 @@ void tst_CsvImporter::import()
     QCOMPARE(rows(database, columns), expected);
 }
 
+// The file is read in blocks of 1 MiB: a record across their border reads as it does alone.
+void tst_CsvImporter::recordsAcrossBlocks_data()
+{
+    QTest::addColumn<QByteArray>("record");
+    QTest::addColumn<int>("columns");
+    QTest::addColumn<QString>("expected");
+    QTest::newRow("quoted field with a doubled quote and a CR LF")
+            << QByteArray("\"a\"\"b\r\nc\"x,d\r\n") << 2 << QString::fromUtf8("'a\"b\r\ncx'|'d'");
+    QTest::newRow("CR ends, an empty line, a quoted end") << QByteArray("p,q\r\r\n\"r\"\r") << 2
+            << QString::fromUtf8("'p'|'q'\n'r'|''");
+    QTest::newRow("UTF-8 characters and a long separator")
+            << QByteArray("名::\"值::\"::end\n") << 3 << QString::fromUtf8("'名'|'值::'|'end'");
+}
+
+void tst_CsvImporter::recordsAcrossBlocks()
+{
+    QFETCH(QByteArray, record);
+    QFETCH(int, columns);
+    QFETCH(QString, expected);
+    const QString separator = record.contains("::") ? QStringLiteral("::") : QStringLiteral(",");
+    const QByteArray line = QByteArray(99, 'f') + '\n';
+    for (int shift = 1; shift <= record.size(); ++shift) {
+        const int filler = (1 << 20) - shift;
+        const QByteArray bytes = line.repeated(filler / line.size()) + QByteArray(filler % line.size(), 'g')
+                + '\n' + record;
+        const QString source = m_dir.filePath("blocks.csv");
+        const QString database
+                = m_dir.filePath(QStringLiteral("%1-%2.db").arg(QTest::currentDataTag()).arg(shift));
+        QVERIFY(TestSupport::writeFile(source, bytes));
+        CsvImporter importer({Format::Rfc4180, Encoding::Automatic, separator});
+        QVERIFY2(importer.importFile(source, database), qPrintable(importer.log()));
+        QCOMPARE(rows(database, columns, filler / line.size() + 1), expected);
+    }
+}
+
 // An unclosed quote names the line it opened on; the tables already written stay whole.
 void tst_CsvImporter::unclosedQuote()
 {
@@ -115,6 +160,9 @@ void tst_CsvImporter::unclosedQuote()
     QCOMPARE(importer.errorLine(), 50004);
     QVERIFY2(importer.log().startsWith("Line 50004: a quoted field is not closed."),
              qPrintable(importer.log()));
+    QVERIFY(TestSupport::writeFile(source, "a\n"));
+    QVERIFY(importer.importFile(source, m_dir.filePath("after.db")));
+    QCOMPARE(importer.errorLine(), 0);
     QCOMPARE(TestSupport::sqliteQuery(database, "SELECT count(*), max(id) FROM table1;"),
              QString("50000|50000"));
     QCOMPARE(TestSupport::sqliteQuery(database, "SELECT count(*) FROM sqlite_master WHERE name = 'table2';"),
