@@ -34,6 +34,8 @@ private slots:
     void reimportNeedsAChoice();
     void standardStreamsKeepDataApart();
     void encodingUtf8();
+    void lineRuleWarning_data();
+    void lineRuleWarning();
     void memoryWalksEveryRow();
 
 private:
@@ -233,6 +235,49 @@ void tst_Zqdb::encodingUtf8()
     QVERIFY2(run.exitCode == 0 && !run.err.contains("warning"), qPrintable(run.err));
     QCOMPARE(TestSupport::sqliteQuery(database, "SELECT column1, column2 FROM table1;"),
              QString::fromUtf8("杭州|1\n北京|2"));
+}
+
+// The warning names what the line rule changed, and stays away from what it reads faithfully.
+void tst_Zqdb::lineRuleWarning_data()
+{
+    QTest::addColumn<QByteArray>("lines");
+    QTest::addColumn<QStringList>("options");
+    QTest::addColumn<QStringList>("warning"); // what it says; empty: no warning
+    const QString dropped = "line(s) with empty fields, which are dropped";
+    const QString split = "line(s) with a quoted field holding ','";
+    const auto row = [](const char *name, const QByteArray &lines, const QStringList &options,
+                        const QStringList &warning) {
+        QTest::newRow(name) << lines << options << warning;
+    };
+    row("empty fields inside", "a,b,c\nd,,f\ng,h,i\n,k,l\n", {},
+        {"data of 2 line(s), the first being line 2:", "  2 " + dropped});
+    row("quoted separator", "a,b\n\"x, y\",\"z\"\"\"\n", {}, {"being line 2:\n  1 " + split});
+    row("both on one line", "a,,\"b,c\"\r\n", {}, {"  1 " + dropped, "  1 " + split});
+    row("tab before the first value", "\tb\tc\n", {"--separator", "\t"}, {dropped});
+    row("GB2312 line", "\xce\xf7\xb0\xb2,,\xc9\xc2\n", {}, {"being line 1:\n  1 " + dropped});
+    row("long separator", "a::::b\n", {"--separator", "::"}, {dropped});
+    row("GB18030 line rule", "a\n,b\n", {"--encoding", "gb18030"}, {"being line 2:"});
+    row("trailing separators", "a,b,\nc,d,,\n\n", {}, {});
+    row("quotes without separators", "\"a\",b\"c\n5\",\"6,7\n\"8,9\n", {}, {});
+    row("blank fields kept", " a, ,b\n", {}, {});
+    row("csv keeps them", "a,,b\n", {"--csv"}, {});
+}
+
+void tst_Zqdb::lineRuleWarning()
+{
+    QFETCH(QByteArray, lines);
+    QFETCH(QStringList, options);
+    QFETCH(QStringList, warning);
+    const QString source = m_catalogue->filePath("rule.csv");
+    QVERIFY(TestSupport::writeFile(source, lines));
+    const Run run = zqdb(QStringList{"import", source, m_catalogue->filePath("rule.db")} + options);
+    QVERIFY2(run.exitCode >= 0, "zqdb did not finish");
+    if (warning.isEmpty())
+        QVERIFY2(!run.err.contains("line rule"), qPrintable(run.err));
+    else
+        warning << "the line rule changes the data" << "--csv reads the file as CSV and keeps them.";
+    for (const QString &part : warning)
+        QVERIFY2(run.err.contains(part), qPrintable(run.err));
 }
 
 void tst_Zqdb::memoryWalksEveryRow()

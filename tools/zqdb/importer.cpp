@@ -18,6 +18,7 @@
 #include <QTextStream>
 
 #include <cerrno>
+#include <climits>
 #include <cstdio>
 #include <cstring>
 #include <sys/resource.h>
@@ -127,6 +128,8 @@ int Importer::run(const QString &source, const QString &target)
     }
     if (!spreadsheet && !csvImporter)
         adviseOnText(importPath, sourceName);
+    if (!spreadsheet && !m_options.csv)
+        warnOfLineRuleChanges(importPath);
     // The head of a CSV file tells nothing certain of its width: its rows may span lines.
     if (m_options.mode == InPlace && !csvImporter && !checkColumns(importPath, spreadsheet, target))
         return Failure;
@@ -329,6 +332,32 @@ void Importer::adviseOnText(const QString &path, const QString &shownName)
         }
     }
     m_err << hint << '\n';
+}
+
+void Importer::warnOfLineRuleChanges(const QString &path)
+{
+    const TextSource::LineRuleChanges changes
+            = TextSource::lineRuleChanges(path, m_options.separator, m_options.encoding);
+    if (changes.lines == 0)
+        return;
+    m_err << tr("zqdb import: warning: the line rule changes the data of %n line(s), the first "
+                "being line %1:",
+                nullptr, int(qMin<qint64>(changes.lines, INT_MAX)))
+                     .arg(changes.firstLine)
+          << '\n';
+    if (changes.droppedEmpty > 0)
+        m_err << "  "
+              << tr("%1 line(s) with empty fields, which are dropped: the values after them "
+                    "move left.")
+                         .arg(changes.droppedEmpty)
+              << '\n';
+    if (changes.splitQuoted > 0)
+        m_err << "  "
+              << tr("%1 line(s) with a quoted field holding '%2', which is split there.")
+                         .arg(changes.splitQuoted)
+                         .arg(shownSeparator(m_options.separator))
+              << '\n';
+    m_err << "  " << tr("--csv reads the file as CSV and keeps them.") << '\n';
 }
 
 void Importer::explainFailure(const QString &log, const QString &source, const QString &sourcePath,

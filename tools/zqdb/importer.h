@@ -41,6 +41,8 @@ private:
                     bool *spreadsheet);
     bool checkTarget(const QString &target);
     void adviseOnText(const QString &path, const QString &shownName);
+    // Warns when the line rule drops empty fields or splits quoted ones, which --csv keeps.
+    void warnOfLineRuleChanges(const QString &path);
     void explainFailure(const QString &log, const QString &source, const QString &sourcePath,
                         const QString &target);
     bool checkColumns(const QString &source, bool spreadsheet, const QString &target);

@@ -4,6 +4,9 @@
 #include <QTextCodec>
 #include <QTextStream>
 
+#include <algorithm>
+#include <cstring>
+
 namespace Zqdb {
 
 namespace {
@@ -18,6 +21,104 @@ QString decodeLikeImporter(const QByteArray &line)
     static QTextCodec *const gb2312 = QTextCodec::codecForName("GB2312");
     QTextCodec *codec = QTextCodec::codecForUtfText(line, gb2312);
     return codec ? codec->toUnicode(line) : QString::fromLatin1(line);
+}
+
+enum LineChange { DroppedEmpty = 1, SplitQuoted = 2 };
+
+inline bool isSpace(char c)
+{
+    return c == ' ' || (c >= '\t' && c <= '\r');
+}
+inline bool isSpace(QChar c)
+{
+    return c.isSpace();
+}
+
+template<typename Char>
+bool startsWith(const Char *at, const Char *end, const Char *separator, int length)
+{
+    return end - at >= length && std::equal(separator, separator + length, at);
+}
+
+template<typename Char>
+const Char *findSeparator(const Char *at, const Char *end, const Char *separator, int length)
+{
+    for (; at < end; ++at)
+        if (startsWith(at, end, separator, length))
+            return at;
+    return end;
+}
+
+// Most lines are ASCII: find the separator's first byte with memchr.
+const char *findSeparator(const char *at, const char *end, const char *separator, int length)
+{
+    while (at < end) {
+        at = static_cast<const char *>(std::memchr(at, separator[0], size_t(end - at)));
+        if (!at)
+            return end;
+        if (startsWith(at, end, separator, length))
+            return at;
+        ++at;
+    }
+    return end;
+}
+
+// The LineChange flags of one line as the importer reads it: trimmed, split at every separator,
+// empty fields dropped.
+template<typename Char>
+int lineChanges(const Char *begin, const Char *end, const Char *separator, int length)
+{
+    const Char *first = begin;
+    const Char *last = end;
+    while (first < last && isSpace(*first))
+        ++first;
+    while (last > first && isSpace(last[-1]))
+        --last;
+    if (first == last)
+        return 0;
+    // Trimming takes separators among the leading blanks, and the empty fields between them.
+    int changes = findSeparator(begin, first, separator, length) != first ? DroppedEmpty : 0;
+    bool emptyBefore = false;
+    for (const Char *field = first;;) {
+        const Char *next = findSeparator(field, last, separator, length);
+        if (field < last && *field == Char('"')) {
+            // A quoted field closed on this line, right before a separator or the line's end.
+            bool separatorInside = false;
+            for (const Char *at = field + 1; at < last; ++at) {
+                if (*at == Char('"')) {
+                    if (at + 1 < last && at[1] == Char('"')) {
+                        ++at;
+                        continue;
+                    }
+                    if (separatorInside
+                        && (at + 1 == last || startsWith(at + 1, last, separator, length)))
+                        changes |= SplitQuoted;
+                    break;
+                }
+                separatorInside = separatorInside || startsWith(at, last, separator, length);
+            }
+        }
+        if (next == field)
+            emptyBefore = true;
+        else if (emptyBefore)
+            changes |= DroppedEmpty;
+        if (next == last)
+            return changes;
+        field = next + length;
+    }
+}
+
+bool isAscii(const char *begin, const char *end)
+{
+    quint64 high = 0;
+    for (; end - begin >= 8; begin += 8) {
+        quint64 word;
+        std::memcpy(&word, begin, 8);
+        high |= word;
+    }
+    for (; begin < end; ++begin)
+        high |= uchar(*begin);
+    return (high & Q_UINT64_C(0x8080808080808080)) == 0;
 }
 
 } // namespace
@@ -99,6 +200,92 @@ QList<TextSource::HeadLine> TextSource::head(const QString &path, const QString 
             break;
     }
     return lines;
+}
+
+TextSource::LineRuleChanges TextSource::lineRuleChanges(const QString &path,
+                                                         const QString &separator,
+                                                         Encoding encoding)
+{
+    LineRuleChanges found;
+    QFile file(path);
+    if (separator.isEmpty() || !file.open(QIODevice::ReadOnly))
+        return found;
+    const QByteArray asciiSeparator = separator.toLatin1();
+    const bool separatorAscii = isAscii(asciiSeparator.constBegin(), asciiSeparator.constEnd())
+            && QString::fromLatin1(asciiSeparator) == separator;
+    const QByteArray doubledSeparator = asciiSeparator + asciiSeparator;
+    const char *sep = asciiSeparator.constData();
+    const int sepLength = int(asciiSeparator.size());
+    static QTextCodec *const gb2312 = QTextCodec::codecForName("GB2312");
+    static QTextCodec *const gb18030 = QTextCodec::codecForName("GB18030");
+    static QTextCodec *const utf8 = QTextCodec::codecForName("UTF-8");
+    const auto decode = [&](const QByteArray &line) {
+        QTextCodec *fallback = encoding == Gb2312 ? gb2312 : encoding == Utf8 ? utf8 : gb18030;
+        if (encoding == Automatic) {
+            QTextCodec::ConverterState state;
+            const QString text = utf8->toUnicode(line.constData(), line.size(), &state);
+            if (state.invalidChars == 0 && state.remainingChars == 0)
+                return text;
+        }
+        return QTextCodec::codecForUtfText(line, fallback)->toUnicode(line);
+    };
+    const auto scan = [&](const char *begin, const char *end) {
+        if (end > begin && end[-1] == '\r')
+            --end;
+        int changes = 0;
+        if (isAscii(begin, end)) {
+            // Only a quote, two separators in a row or a separator among the leading blanks
+            // can change a line: most lines hold none, and memchr and memmem tell fast.
+            const char *first = begin;
+            while (first < end && isSpace(*first))
+                ++first;
+            const bool suspect = std::memchr(begin, '"', size_t(end - begin))
+                    || ::memmem(begin, size_t(end - begin), doubledSeparator.constData(),
+                                size_t(doubledSeparator.size()))
+                    || startsWith(first, end, sep, sepLength)
+                    || findSeparator(begin, first, sep, sepLength) != first;
+            if (separatorAscii && suspect)
+                changes = lineChanges(begin, end, sep, sepLength);
+        } else {
+            const QString text = decode(QByteArray::fromRawData(begin, int(end - begin)));
+            changes = lineChanges(text.constData(), text.constData() + text.size(),
+                                  separator.constData(), int(separator.size()));
+        }
+        return changes;
+    };
+
+    QByteArray pending;
+    qint64 number = 0;
+    const auto count = [&](int changes) {
+        ++number;
+        if (changes == 0)
+            return;
+        found.droppedEmpty += (changes & DroppedEmpty) ? 1 : 0;
+        found.splitQuoted += (changes & SplitQuoted) ? 1 : 0;
+        if (found.lines++ == 0)
+            found.firstLine = number;
+    };
+    while (true) {
+        const QByteArray block = file.read(1 << 20);
+        if (block.isEmpty())
+            break;
+        const char *at = block.constData();
+        const char *end = at + block.size();
+        while (const char *newline = static_cast<const char *>(std::memchr(at, '\n', end - at))) {
+            if (pending.isEmpty()) {
+                count(scan(at, newline));
+            } else {
+                pending.append(at, int(newline - at));
+                count(scan(pending.constData(), pending.constData() + pending.size()));
+                pending.clear();
+            }
+            at = newline + 1;
+        }
+        pending.append(at, int(end - at));
+    }
+    if (!pending.isEmpty())
+        count(scan(pending.constData(), pending.constData() + pending.size()));
+    return found;
 }
 
 bool TextSource::writeUtf8Copy(const QString &source, const QString &target, QString *error)

@@ -14,6 +14,16 @@ class TextSource
 public:
     enum Encoding { Gb2312, Utf8, Gb18030, Automatic };
 
+    // Lines whose data the line rule changes where CSV would not: an empty field dropped with a
+    // value after it (the value moves left), or a quoted field cut at a separator inside it.
+    struct LineRuleChanges
+    {
+        qint64 droppedEmpty = 0;
+        qint64 splitQuoted = 0;
+        qint64 lines = 0; // lines with either change
+        qint64 firstLine = 0; // 1-based, 0 when none
+    };
+
     struct HeadLine
     {
         int number; // 1-based line number in the file
@@ -32,6 +42,11 @@ public:
     // The lines the importer's separator check compares (the first six non-empty lines that
     // yield a field), with their field counts as the check computes them.
     static QList<HeadLine> head(const QString &path, const QString &separator);
+
+    // Scans every line as the importer splits it, decoded line by line (a byte-order mark chooses
+    // UTF, else the encoding).
+    static LineRuleChanges lineRuleChanges(const QString &path, const QString &separator,
+                                           Encoding encoding);
 
     // Writes a copy whose every non-empty line starts with a UTF-8 byte-order mark, which the
     // importer decodes as UTF-8 line by line.
