@@ -10,6 +10,50 @@
 #include <QTextCodec>
 
 #include <dlfcn.h>
+#include <fcntl.h>
+#include <unistd.h>
+
+#include <atomic>
+#include <cerrno>
+#include <cstdarg>
+#include <cstring>
+
+// A file that vanishes between the importer's check and its parse: the second open of this path
+// unlinks it and fails as a vanished file does. The definitions below take Qt's calls to open.
+static std::atomic<const char *> vanishingPath{nullptr};
+static std::atomic<int> vanishingOpens{0};
+
+template<typename Open>
+static int openOrVanish(const char *name, const char *path, int flags, va_list args)
+{
+    const mode_t mode = (flags & (O_CREAT | O_TMPFILE)) ? mode_t(va_arg(args, int)) : 0;
+    const char *watched = vanishingPath.load();
+    if (watched && std::strcmp(path, watched) == 0 && ++vanishingOpens == 2) {
+        ::unlink(path);
+        errno = ENOENT;
+        return -1;
+    }
+    static const auto next = reinterpret_cast<Open>(dlsym(RTLD_NEXT, name));
+    return next(path, flags, mode);
+}
+
+extern "C" __attribute__((visibility("default"))) int open(const char *path, int flags, ...)
+{
+    va_list args;
+    va_start(args, flags);
+    const int fd = openOrVanish<int (*)(const char *, int, mode_t)>("open", path, flags, args);
+    va_end(args);
+    return fd;
+}
+
+extern "C" __attribute__((visibility("default"))) int open64(const char *path, int flags, ...)
+{
+    va_list args;
+    va_start(args, flags);
+    const int fd = openOrVanish<int (*)(const char *, int, mode_t)>("open64", path, flags, args);
+    va_end(args);
+    return fd;
+}
 
 // A line as a text stream with the line's codec reads it: GB2312 unless a byte-order mark says
 // otherwise.
@@ -45,6 +89,8 @@ private slots:
     void matchesLineByLineReading_data();
     void matchesLineByLineReading();
     void sqliteGuard();
+    void sourceVanishesAfterTheCheck();
+    void databaseLockedByAnotherProcess();
 
 private:
     QString query(const QString &sql) const { return TestSupport::sqliteQuery(m_database, sql); }
@@ -244,6 +290,49 @@ void tst_DatabaseGenerator::sqliteGuard()
     QVERIFY(plugin.contains("qsqlite") && Database::moduleSharesSqlite(plugin));
     QVERIFY(!Database::moduleSharesSqlite(FAKE_SQLITE_MODULE));
     QVERIFY(!Database::moduleSharesSqlite(ZQCORE_FILE));
+}
+
+// The parse opens the file anew: a file gone by then fails with its own message and code.
+void tst_DatabaseGenerator::sourceVanishesAfterTheCheck()
+{
+    m_database = m_dir.filePath(QStringLiteral("vanished.db"));
+    QVERIFY(TestSupport::writeFile(m_source, "a,b\nc,d\n"));
+    const QByteArray path = QFile::encodeName(m_source);
+    vanishingOpens = 0;
+    vanishingPath = path.constData();
+    DatabaseGenerator generator;
+    const bool imported = generator.importOriginalFile(m_source, m_database);
+    vanishingPath = nullptr;
+    QCOMPARE(vanishingOpens.load(), 2);
+    QVERIFY(!imported && !QFile::exists(m_source) && !QFile::exists(m_database));
+    QCOMPARE(generator.getLog(), QString("Cannot open file %1 for reading.").arg(m_source));
+}
+
+// Another process holds the database: the batch fails with a described message, and the other
+// process's rows stay as they were.
+void tst_DatabaseGenerator::databaseLockedByAnotherProcess()
+{
+    m_database = m_dir.filePath(QStringLiteral("locked.db"));
+    QCOMPARE(query("CREATE TABLE table1 (id INTEGER PRIMARY KEY AUTOINCREMENT, column1 TEXT);"
+                   "INSERT INTO table1 (column1) VALUES ('theirs');"),
+             QString());
+    QProcess holder;
+    holder.start(QStringLiteral("sqlite3"), {m_database});
+    holder.write("BEGIN IMMEDIATE;\nSELECT 'locked';\n");
+    QVERIFY(holder.waitForReadyRead(10000) && holder.readAll().contains("locked"));
+    QVERIFY(TestSupport::writeFile(m_source, "mine\n"));
+    DatabaseGenerator generator;
+    const bool imported = generator.importOriginalFile(m_source, m_database);
+    holder.write("COMMIT;\n.quit\n");
+    holder.closeWriteChannel();
+    QVERIFY(holder.waitForFinished(10000));
+    QVERIFY(!imported);
+    QVERIFY2(QRegularExpression("^(Create database fail|Database transaction error!|Open database "
+                                "file failed!|Database commit error)")
+                     .match(generator.getLog())
+                     .hasMatch(),
+             qPrintable(generator.getLog()));
+    QCOMPARE(query("SELECT group_concat(column1) FROM table1;"), QString("theirs"));
 }
 
 QTEST_GUILESS_MAIN(tst_DatabaseGenerator)
