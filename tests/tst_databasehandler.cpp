@@ -3,6 +3,8 @@
 #include <database/databasehandlerfactory.h>
 #include <database/databasemanager.h>
 
+#include <core/consolesingleton.h>
+
 #include "testsupport.h"
 
 #include <QtTest>
@@ -48,6 +50,7 @@ private slots:
                                     "INTEGER PRIMARY KEY AUTOINCREMENT, a, b); INSERT INTO second "
                                     "(a, b) VALUES (1, 2), (3, 4);"));
         QVERIFY(TestSupport::sqlite(file("unopenable"), "CREATE TABLE t (a);"));
+        QVERIFY(TestSupport::writeFile(file("tableless"), {}) && TestSupport::writeFile(file("gone"), {}));
         DatabaseManager::init();
         DatabaseHandlerFactory::init();
     }
@@ -68,6 +71,10 @@ private slots:
         QCOMPARE(handler.recordValue(5, 1, 2).toString(), QString("t3r1c2"));
         QCOMPARE(handler.tableName(), QString("table3"));
         QVERIFY(!handler.recordValue(11, 0, 4).isValid()); // table3 holds 3 rows
+        QVERIFY(!handler.recordValue(-1, 0, 4).isValid());
+        // Back to the first table once; a second time, or by its name, changes nothing.
+        QVERIFY(handler.setFirstTable() && !handler.setFirstTable());
+        QVERIFY(!handler.setTableName("table1"));
     }
 
     // Only a first column named exactly "id" is hidden, and reading from another table
@@ -119,6 +126,46 @@ private slots:
         QVERIFY(handler.setCurrentDatabaseName("unopenable"));
     }
 
+    // A switch that fails: to a file gone since the catalogue listed it, the database read
+    // before stays as it was; to a database without tables, it closes, keeping the field list.
+    void failedSwitches_data()
+    {
+        QTest::addColumn<QString>("name");
+        QTest::addColumn<QString>("current");
+        QTest::addColumn<QString>("table");
+        QTest::addColumn<int>("records");
+        QTest::newRow("file gone") << "gone" << "generated" << "table2" << 11;
+        QTest::newRow("no tables") << "tableless" << "tableless" << "" << 0;
+    }
+    void failedSwitches()
+    {
+        QFETCH(QString, name);
+        QFile::remove(file("gone"));
+        DatabaseHandler handler;
+        QVERIFY(handler.setCurrentDatabaseName("generated") && handler.setTableName("table2"));
+        QVERIFY(!handler.setCurrentDatabaseName(name));
+        QTEST(handler.currentDatabaseName(), "current");
+        QTEST(handler.tableName(), "table");
+        QTEST(handler.getTableRecordCount(), "records");
+        QVERIFY(handler.isDatabaseOpen());
+        QCOMPARE(handler.getFieldNames(), (QStringList{"column1", "column2"}));
+    }
+
+    // A handler's end is the one console line; the console keeps the last 1,000 lines.
+    void consoleLine()
+    {
+        {
+            DatabaseHandler handler;
+            QVERIFY(handler.setCurrentDatabaseName("shapes"));
+        }
+        Core::ConsoleSingleton &console = Core::ConsoleSingleton::instance();
+        QCOMPARE(console.history().last(), QString("DatabaseHandler::~DatabaseHandler:: shapes"));
+        for (int i = 0; i < 1000; ++i)
+            console.log("line %d", i);
+        QCOMPARE(console.history().size(), 1000);
+        QCOMPARE(console.history().first(), QString("line 0"));
+    }
+
     void sharedHandlerLivesWhileUsed()
     {
         DatabaseHandlerFactory *factory = DatabaseHandlerFactory::instance();
@@ -134,12 +181,17 @@ private slots:
         QVERIFY(!factory->isOccupied("generated") && !isOpen("generated"));
     }
 
-    // The object leaves its database, deleting the handler, before the name is refused.
+    // The object leaves its database, deleting the handler, before the name is refused. A
+    // handler made for the caller is open on its name; an unknown name makes none.
     void unknownNameUnregistersFirst()
     {
         QVERIFY(regist(0, "generated"));
         QVERIFY(!regist(0, "nosuch"));
         QVERIFY(!isOpen("generated"));
+        QScopedPointer<DatabaseHandler> own(
+                DatabaseHandlerFactory::instance()->createDatabaseHandler("shapes"));
+        QVERIFY(own && own->isDatabaseOpen() && own->tableName() == "first");
+        QVERIFY(!DatabaseHandlerFactory::instance()->createDatabaseHandler("nosuch"));
     }
 
     void destructDeletesEveryHandler()

@@ -32,14 +32,30 @@ private slots:
 
     // The default is the first system file by name with case ignored, a name is cut at the
     // first dot, and a user file overrides a system file of the same name.
+    void load_data()
+    {
+        QTest::addColumn<QStringList>("files");
+        QTest::addColumn<QString>("defaultName");
+        QTest::addColumn<QStringList>("catalogue");
+        QTest::newRow("both directories")
+                << QStringList{"system/Zeta.db", "system/alpha.db", "system/Beta.db",
+                               "system/notes.txt", "system/x.y.db", "user/a.db", "user/Zeta.db"}
+                << "alpha"
+                << QStringList{"alpha=system/alpha.db", "Beta=system/Beta.db", "Zeta=user/Zeta.db",
+                               "a=user/a.db", "x=system/x.y.db"};
+        // The default comes from the system directory only.
+        QTest::newRow("empty system directory") << QStringList{"user/b.db", "user/A.db"} << ""
+                                                << QStringList{"A=user/A.db", "b=user/b.db"};
+    }
     void load()
     {
-        QVERIFY(create({"system/Zeta.db", "system/alpha.db", "system/Beta.db", "system/notes.txt",
-                        "system/x.y.db", "user/a.db", "user/Zeta.db"}));
-        DatabaseManager manager;
-        QCOMPARE(entries(manager),
-                 (QStringList{"alpha=system/alpha.db", "Beta=system/Beta.db", "Zeta=user/Zeta.db",
-                              "a=user/a.db", "x=system/x.y.db"}));
+        QFETCH(QStringList, files);
+        QVERIFY(create(files));
+        DatabaseManager::init();
+        QTEST(DatabaseManager::instance()->getDefaultDbName(), "defaultName");
+        QTEST(entries(*DatabaseManager::instance()), "catalogue");
+        DatabaseManager::destruct();
+        QVERIFY(!DatabaseManager::instance());
     }
 
     void fileOperations_data()

@@ -54,6 +54,52 @@ private slots:
         QCOMPARE(m->getLastError(), "Can't begin transaction");
     }
 
+    // No record, or a first record without fields, makes no table, yet the old one is gone.
+    void recordsWithoutValues()
+    {
+        for (const QList<QSqlRecord> &records : {QList<QSqlRecord>(), QList<QSqlRecord>{QSqlRecord()}}) {
+            QVERIFY(m->generateDatabase(QStringLiteral("TestTable"), QStringList{"a"}));
+            QVERIFY(!m->generateDatabase(QStringLiteral("T"), records));
+            QCOMPARE(firstColumn("SELECT name FROM sqlite_master"), QStringList());
+        }
+    }
+
+    // Moves of the cursor over 5 rows: g<row> goes to a row, n and f step forward (doNext and
+    // finishMarking), p steps back, r resets. The cursor's row shows in the value it reads.
+    void cursor_data()
+    {
+        QTest::addColumn<QString>("moves");
+        QTest::addColumn<int>("row");
+        QTest::addColumn<bool>("end");
+        QTest::newRow("past the end") << "g7" << 4 << true;
+        QTest::newRow("negative") << "g-3" << 0 << false;
+        QTest::newRow("last row") << "g4" << 4 << false;
+        QTest::newRow("one past the last") << "g5" << 4 << true;
+        QTest::newRow("a step past the last") << "g4 n" << 4 << true;
+        QTest::newRow("back from the end") << "g4 f p" << 3 << false;
+        QTest::newRow("steps") << "n f n" << 3 << false;
+        QTest::newRow("back from the first") << "p p" << 0 << false;
+        QTest::newRow("reset") << "g9 r" << 0 << false;
+    }
+    void cursor()
+    {
+        QFETCH(QString, moves);
+        QVERIFY(m->generateDatabase(QStringLiteral("TestTable"),
+                                    QStringList{"r0", "r1", "r2", "r3", "r4"}));
+        for (const QString &move : moves.split(' ')) {
+            switch (move.at(0).toLatin1()) {
+            case 'g': m->doGoTo(move.mid(1).toInt()); break;
+            case 'n': m->doNext(); break;
+            case 'f': m->finishMarking(); break;
+            case 'p': m->doPre(); break;
+            case 'r': m->doReset(); break;
+            }
+        }
+        QFETCH(int, row);
+        QCOMPARE(m->recordValue(1), QVariant(QString("r%1").arg(row)));
+        QTEST(m->isEnd(), "end");
+    }
+
     void readers_data()
     {
         QTest::addColumn<int>("row"); // -1: the cursor reader, on row 1
