@@ -5,6 +5,7 @@
 #include "xlsxstyles_p.h"
 #include "xlsxxml_p.h"
 
+#include <QObject>
 #include <QStringList>
 
 #include <cstring>
@@ -72,22 +73,28 @@ class XlsxReaderPrivate
 {
 public:
     bool load(const QString &path);
+    bool fail(const QString &reason)
+    {
+        error = reason;
+        return false;
+    }
 
     std::unique_ptr<SheetData> sheet = std::make_unique<SheetData>();
+    QString error;
 };
 
 bool XlsxReaderPrivate::load(const QString &path)
 {
     XlsxPackage package(path);
     if (!package.open())
-        return false;
+        return fail(package.errorString());
     using Result = XlsxPackage::Result;
 
-    // The package relationships name the workbook; the usual place is the fallback.
+    // The package relationships name the workbook; the usual place is the fallback, also when
+    // they are damaged, as other readers do.
     QHash<QString, Relationship> relationships;
-    const Result packageRels = package.relationships(QString(), &relationships);
-    if (packageRels == Result::Failed)
-        return false;
+    if (package.relationships(QString(), &relationships) == Result::Failed)
+        relationships.clear();
     QString workbook = targetOfType(relationships, QLatin1String("/officeDocument"));
     if (workbook.isEmpty())
         workbook = QStringLiteral("xl/workbook.xml");
@@ -95,7 +102,7 @@ bool XlsxReaderPrivate::load(const QString &path)
     relationships.clear();
     if (package.read(workbook, book) != Result::Read
         || package.relationships(workbook, &relationships) != Result::Read)
-        return false;
+        return fail(package.errorString());
     sheet->date1904 = book.date1904;
 
     QString sheetPart;
@@ -107,20 +114,26 @@ bool XlsxReaderPrivate::load(const QString &path)
         }
     }
     if (sheetPart.isEmpty())
-        return false;
+        return fail(QObject::tr("The workbook has no worksheet."));
 
     const QString sharedStrings =
             targetOfType(relationships, QLatin1String("/sharedStrings"));
     SharedStringsHandler sharedStringsHandler(*sheet);
     if (!sharedStrings.isEmpty() && package.read(sharedStrings, sharedStringsHandler) != Result::Read)
-        return false;
+        return fail(package.errorString());
     const QString styles = targetOfType(relationships, QLatin1String("/styles"));
     StylesHandler stylesHandler;
     if (!styles.isEmpty() && package.read(styles, stylesHandler) != Result::Read)
-        return false;
+        return fail(package.errorString());
     sheet->displays = stylesHandler.displays();
     SheetHandler sheetHandler(*sheet);
-    return package.read(sheetPart, sheetHandler) == Result::Read && sheetHandler.finish();
+    if (package.read(sheetPart, sheetHandler) != Result::Read)
+        return fail(package.errorString());
+    if (!sheetHandler.finish())
+        return fail((sheetHandler.limitPassed ? QObject::tr("The part %1 passes a limit: %2.")
+                                              : QObject::tr("The part %1 is damaged: %2."))
+                            .arg(sheetPart, sheetHandler.refusal));
+    return true;
 }
 
 XlsxReader::XlsxReader() : d(new XlsxReaderPrivate) { }
@@ -135,6 +148,7 @@ XlsxReader::~XlsxReader()
 bool XlsxReader::open(const QString &path)
 {
     d->sheet = std::make_unique<SheetData>();
+    d->error.clear();
     if (d->load(path))
         return true;
     d->sheet = std::make_unique<SheetData>();
@@ -159,6 +173,12 @@ int XlsxReader::columnCount() const
 QString XlsxReader::textAt(int row, int column) const
 {
     return d->sheet->text(row, column);
+}
+
+// Why the last open() failed, in a sentence for the user; empty after a successful one.
+QString XlsxReader::errorString() const
+{
+    return d->error;
 }
 
 } // namespace Core

@@ -22,6 +22,8 @@ public:
     int columnCount() const;
     QString textAt(int row, int column) const;
 
+    QString errorString() const;
+
 private:
     Q_DISABLE_COPY(XlsxReader)
     XlsxReaderPrivate *d;

@@ -1,5 +1,7 @@
 #include "xlsxsheet_p.h"
 
+#include <QObject>
+
 #include <algorithm>
 #include <charconv>
 #include <cmath>
@@ -48,12 +50,19 @@ QString unescape(const QString &text)
     return result;
 }
 
-// Parses "C7" into zero-based row and column. Returns false when the text is no reference or
-// lies outside the grid.
-bool parseReference(const char *ref, int *row, int *column)
+QString gridLimit()
+{
+    return QObject::tr("a cell beyond the grid of 1,048,576 rows by 16,384 columns");
+}
+
+enum class Reference { Valid, Invalid, OutsideGrid };
+
+// Parses "C7" into zero-based row and column.
+Reference parseReference(const char *ref, int *row, int *column)
 {
     int i = 0;
     qint64 col = 0;
+    bool outside = false;
     for (;; ++i) {
         const char c = ref[i];
         if (c >= 'A' && c <= 'Z')
@@ -62,24 +71,37 @@ bool parseReference(const char *ref, int *row, int *column)
             col = col * 26 + (c - 'a' + 1);
         else
             break;
-        if (col > MaxColumns)
-            return false;
+        outside = outside || col > MaxColumns;
+        col = qMin<qint64>(col, MaxColumns + 1);
     }
     if (i == 0 || ref[i] == '\0')
-        return false;
+        return Reference::Invalid;
     qint64 r = 0;
     for (; ref[i]; ++i) {
         if (ref[i] < '0' || ref[i] > '9')
-            return false;
-        r = r * 10 + (ref[i] - '0');
-        if (r > MaxRows)
-            return false;
+            return Reference::Invalid;
+        r = qMin<qint64>(r * 10 + (ref[i] - '0'), MaxRows + 1);
     }
     if (r < 1)
-        return false;
+        return Reference::Invalid;
+    if (outside || r > MaxRows)
+        return Reference::OutsideGrid;
     *row = int(r - 1);
     *column = int(col - 1);
-    return true;
+    return Reference::Valid;
+}
+
+// Which text limit a text of size more bytes would pass.
+QString textLimit(qint64 textSize, qint64 poolSize)
+{
+    return textSize > MaxStringSize ? QObject::tr("a text over 16 MiB")
+            : poolSize > MaxTextSize ? QObject::tr("texts over 256 MiB in all")
+                                     : QString();
+}
+
+QString cellLimit()
+{
+    return QObject::tr("more than 33,554,432 stored cells");
 }
 
 // The text without the whitespace around it.
@@ -254,12 +276,14 @@ void TextCollector::start(Ns ns, const char *name, int depth)
         m_runDepth = depth;
 }
 
-bool TextCollector::characters(const char *text, int size, int depth)
+bool TextCollector::characters(const char *text, int size, int depth, XmlHandler *handler)
 {
     if (depth != m_textDepth)
         return true;
-    return m_sheet.m_pool.size() - m_start + size <= MaxStringSize
-            && m_sheet.appendText(text, size_t(size));
+    const qint64 textSize = m_sheet.m_pool.size() - m_start + size;
+    if (textSize <= MaxStringSize && m_sheet.appendText(text, size_t(size)))
+        return true;
+    return handler->refuse(textLimit(textSize, m_sheet.m_pool.size() + qint64(size)), true);
 }
 
 bool TextCollector::end(int depth, SheetData::Span *span)
@@ -291,7 +315,7 @@ bool SharedStringsHandler::endElement()
     const int depth = m_depth--;
     const bool done = m_text.active() && m_text.end(depth, &span);
     if (done && m_sheet.m_sharedStrings.size() >= MaxCells)
-        return false;
+        return refuse(QObject::tr("more than 33,554,432 shared strings"), true);
     if (done)
         m_sheet.m_sharedStrings.push_back(span);
     return true;
@@ -299,7 +323,7 @@ bool SharedStringsHandler::endElement()
 
 bool SharedStringsHandler::characters(const char *text, int size)
 {
-    return !m_text.active() || m_text.characters(text, size, m_depth);
+    return !m_text.active() || m_text.characters(text, size, m_depth, this);
 }
 
 bool SheetHandler::startElement(Ns ns, const char *name, const char **attributes)
@@ -362,11 +386,12 @@ bool SheetHandler::endElement()
 bool SheetHandler::characters(const char *text, int size)
 {
     if (m_text.active())
-        return m_text.characters(text, size, m_depth);
+        return m_text.characters(text, size, m_depth, this);
     if (!m_inValue)
         return true;
     m_value.append(text, size_t(size));
-    return qint64(m_value.size()) <= MaxStringSize;
+    return qint64(m_value.size()) <= MaxStringSize
+            || refuse(textLimit(qint64(m_value.size()), 0), true);
 }
 
 bool SheetHandler::startRow(const char **attributes)
@@ -374,12 +399,12 @@ bool SheetHandler::startRow(const char **attributes)
     int row = m_nextRow;
     if (const char *number = attribute(attributes, Ns::None, "r")) {
         qint64 value = 0;
-        if (!parseInt(number, &value) || value < 1 || value > MaxRows)
-            return false;
-        row = int(value - 1);
+        if (!parseInt(number, &value) || value < 1)
+            return refuse(QObject::tr("the row number '%1'").arg(QString::fromUtf8(number)));
+        row = int(qMin<qint64>(value, MaxRows + 1) - 1);
     }
     if (row >= MaxRows)
-        return false;
+        return refuse(gridLimit(), true);
     m_row = row;
     m_nextRow = row + 1;
     m_nextColumn = 0;
@@ -403,10 +428,11 @@ bool SheetHandler::startCell(const char **attributes)
         else if (name[0] == 's' && name[1] == '\0')
             style = a[1];
     }
-    if (ref && !parseReference(ref, &m_cellRow, &m_column))
-        return false;
-    if (m_column >= MaxColumns)
-        return false;
+    const Reference reference = ref ? parseReference(ref, &m_cellRow, &m_column) : Reference::Valid;
+    if (reference == Reference::Invalid)
+        return refuse(QObject::tr("the cell reference '%1'").arg(QString::fromUtf8(ref)));
+    if (reference == Reference::OutsideGrid || m_column >= MaxColumns)
+        return refuse(gridLimit(), true);
     m_nextColumn = m_column + 1;
     const std::string_view t = type ? type : "";
     if (t.empty() || t == "n")
@@ -443,7 +469,7 @@ bool SheetHandler::endCell()
             return true;
         cell.kind = Cell::Shared;
         cell.a = quint32(index);
-        return m_sheet.addCell(m_cellRow, cell);
+        return m_sheet.addCell(m_cellRow, cell) || refuse(cellLimit(), true);
     } else {
         double number;
         if (m_type == Type::Number && parseNumber(m_value, &number)) {
@@ -453,7 +479,7 @@ bool SheetHandler::endCell()
             cell = {quint16(m_column), Cell::Number,
                     styled ? m_sheet.displays.at(m_style) : Display::Number, quint32(bits >> 32),
                     quint32(bits)};
-            return m_sheet.addCell(m_cellRow, cell);
+            return m_sheet.addCell(m_cellRow, cell) || refuse(cellLimit(), true);
         }
         std::string_view text = m_value;
         if (m_type == Type::Boolean) {
@@ -467,16 +493,18 @@ bool SheetHandler::endCell()
         if (m_type != Type::String)
             cell.kind = Cell::Verbatim;
         if (!m_sheet.appendText(text.data(), text.size()))
-            return false;
+            return refuse(textLimit(0, m_sheet.m_pool.size() + qint64(text.size())), true);
         cell.a = start;
         cell.b = quint32(text.size());
     }
-    return cell.b == 0 || m_sheet.addCell(m_cellRow, cell);
+    return cell.b == 0 || m_sheet.addCell(m_cellRow, cell) || refuse(cellLimit(), true);
 }
 
 bool SheetHandler::finish()
 {
-    return m_sheetDataSeen && m_sheet.finish();
+    if (!m_sheetDataSeen)
+        return refuse(QObject::tr("it holds no sheetData element"));
+    return m_sheet.finish() || refuse(QObject::tr("a data area over 67,108,864 cells"), true);
 }
 
 } // namespace Xlsx

@@ -100,7 +100,8 @@ public:
     bool active() const { return m_baseDepth > 0; }
     // Called for every element inside; depth counts from the document root.
     void start(Ns ns, const char *name, int depth);
-    bool characters(const char *text, int size, int depth);
+    // False, with the limit passed set on the handler, when the text grows too large.
+    bool characters(const char *text, int size, int depth, XmlHandler *handler);
     // At the end tag of an element; true when it closes the rich text.
     bool end(int depth, SheetData::Span *span);
 

@@ -102,6 +102,8 @@ private slots:
     void numberFormats();
     void files_data();
     void files();
+    void refusals_data();
+    void refusals();
 
 private:
     QTemporaryDir m_dir;
@@ -214,11 +216,13 @@ void tst_XlsxReader::files_data()
     QByteArray bytes = TestSupport::readFile(whole);
     QTest::newRow("truncated") << Parts{{QString(), bytes.left(bytes.size() - 30)}} << refused;
     QTest::newRow("damaged") << Parts{{QString(), bytes.replace("v>", "w>")}} << refused;
+    // Damaged package relationships fall back to the usual workbook place, as other readers do.
     for (const QString &part : base.keys()) {
+        const QString outcome = part == "_rels/.rels" ? "1" : refused;
         QTest::addRow("malformed %s", qPrintable(part)) << with(base, part, base.value(part) + "<")
-                                                        << refused;
+                                                        << outcome;
         QTest::addRow("without %s", qPrintable(part))
-                << with(base, part, part.startsWith('_') ? "" : QByteArray()) << refused;
+                << with(base, part, part.startsWith('_') ? "" : QByteArray()) << outcome;
     }
     QTest::newRow("no worksheet") << with(base, "xl/workbook.xml", QByteArray(base.value(
             "xl/workbook.xml")).replace("<sheet ", "<chartsheet ")) << refused;
@@ -248,6 +252,87 @@ void tst_XlsxReader::files_data()
                 + QByteArray(sheet).replace(">1<", dtd == laughs ? ">&g;<" : ">&k;<")) << refused;
 }
 
+// An OLE2 compound file of one directory sector holding the root and the named streams.
+QByteArray compoundFile(const QStringList &streams)
+{
+    const auto le = [](QByteArray *bytes, int at, quint32 value, int size) {
+        for (int i = 0; i < size; ++i)
+            (*bytes)[at + i] = char(value >> (8 * i));
+    };
+    QByteArray header(512, '\0'), table(512, '\xff'), directory(512, '\0');
+    header.replace(0, 8, QByteArray::fromHex("d0cf11e0a1b11ae1"));
+    le(&header, 24, 0x3e, 2), le(&header, 26, 3, 2), le(&header, 28, 0xfffe, 2);
+    le(&header, 30, 9, 2), le(&header, 32, 6, 2), le(&header, 44, 1, 4), le(&header, 48, 1, 4);
+    le(&header, 56, 4096, 4), le(&header, 60, 0xfffffffe, 4), le(&header, 68, 0xfffffffe, 4);
+    header.replace(76, 436, QByteArray(436, '\xff'));
+    le(&header, 76, 0, 4); // the allocation table is sector 0, the directory sector 1
+    le(&table, 0, 0xfffffffd, 4), le(&table, 4, 0xfffffffe, 4);
+    const QStringList names = QStringList{"Root Entry"} + streams;
+    for (int i = 0; i < names.size(); ++i) {
+        for (int c = 0; c < names.at(i).size(); ++c)
+            le(&directory, 128 * i + 2 * c, names.at(i).at(c).unicode(), 2);
+        le(&directory, 128 * i + 64, 2 * (names.at(i).size() + 1), 2);
+        directory[128 * i + 66] = char(i == 0 ? 5 : 2);
+    }
+    return header + table + directory;
+}
+
+void tst_XlsxReader::refusals_data()
+{
+    QTest::addColumn<Parts>("parts");
+    QTest::addColumn<QString>("reason");
+
+    QTest::newRow("text") << Parts{{QString(), "a,b\n1,2\n"}}
+                          << "The file is not a zip archive, so it is no .xlsx or .xlsm workbook.";
+    QTest::newRow("password") << Parts{{QString(), compoundFile({"\x06" "DataSpaces",
+                                                                  "EncryptionInfo",
+                                                                  "EncryptedPackage"})}}
+                              << "The workbook is protected by a password; save a copy without "
+                                 "the password to import it.";
+    QTest::newRow("legacy") << Parts{{QString(), compoundFile({"\x05SummaryInformation",
+                                                                "Workbook"})}}
+                            << "The file is a legacy binary .xls workbook; save it as .xlsx to "
+                               "import it.";
+    QTest::newRow("other compound") << Parts{{QString(), compoundFile({"WordDocument"})}}
+            << "The file is an OLE2 compound document, not an .xlsx workbook.";
+    QTest::newRow("OpenDocument")
+            << Parts{{"mimetype", "application/vnd.oasis.opendocument.spreadsheet"},
+                     {"content.xml", "<office:document-content/>"}}
+            << "The file is an OpenDocument file, not an .xlsx workbook; save it as .xlsx to "
+               "import it.";
+    const Parts base = package("<row>{:1}</row>");
+    const QByteArray sheet = base.value(Sheet);
+    QTest::newRow("zip of other files") << Parts{{"readme.txt", "hello"}}
+                                        << "The workbook has no part xl/workbook.xml.";
+    QTest::newRow("no worksheet") << with(base, "xl/workbook.xml", QByteArray(base.value(
+            "xl/workbook.xml")).replace("<sheet ", "<chartsheet ")) << "The workbook has no worksheet.";
+    QTest::newRow("malformed") << with(base, Sheet, QByteArray(sheet).replace("<row>", "\n\n<row>")
+                                                  .replace("</row>", "</rows>"))
+            << "The part " + Sheet + " is not well-formed XML at line 3: mismatched tag.";
+    QTest::newRow("damaged") << package("<row>{r='A-1':1}</row>")
+            << "The part " + Sheet + " is damaged at line 1: the cell reference 'A-1'.";
+    QTest::newRow("no sheet data") << with(base, Sheet, QByteArray(sheet).replace("sheetData", "x"))
+            << "The part " + Sheet + " is damaged: it holds no sheetData element.";
+    QTest::newRow("grid") << package("<row>{r='XFE1':1}</row>")
+            << "The part " + Sheet + " passes a limit at line 1: a cell beyond the grid of "
+               "1,048,576 rows by 16,384 columns.";
+    QTest::newRow("entities") << with(base, Sheet, "<!DOCTYPE w [<!ENTITY a '" + QByteArray(64, 'a')
+            + "'><!ENTITY b '" + QByteArray("&a;").repeated(40000) + "'>]>\n"
+            + QByteArray(sheet).replace(">1<", ">&b;<"))
+            << "The part " + Sheet + " passes a limit at line 2: entities multiply the text.";
+}
+
+// Every refusal says why, in the words a user reads.
+void tst_XlsxReader::refusals()
+{
+    QFETCH(Parts, parts);
+    const QString file = m_dir.filePath("refused.xlsx");
+    QVERIFY(writeParts(file, parts));
+    Core::XlsxReader reader;
+    QVERIFY(!reader.open(file));
+    QTEST(reader.errorString(), "reason");
+}
+
 // Hand-made packages: a refused file leaves the reader empty, whatever it held before.
 void tst_XlsxReader::files()
 {
@@ -258,6 +343,7 @@ void tst_XlsxReader::files()
     Core::XlsxReader reader;
     QVERIFY(reader.open(m_dir.filePath("whole.xlsx")));
     QCOMPARE(reader.open(file), !expected.isNull());
+    QCOMPARE(reader.errorString().isEmpty(), !expected.isNull());
     QCOMPARE(dump(reader), expected);
     QCOMPARE(reader.isEmpty(), expected.isEmpty());
 }
