@@ -3,6 +3,7 @@
 #include "xlsxxml_p.h"
 
 #include <quazipfile.h>
+#include <quazipfileinfo.h>
 
 #include <QDir>
 #include <QFile>
@@ -22,8 +23,13 @@ namespace Xlsx {
 
 namespace {
 
-// Inflated bytes of one part: a bomb fails here instead of running on.
-constexpr qint64 MaxPartSize = qint64(1) << 30;
+// Inflated bytes of one part: a bomb fails here instead of running on. Real parts inflate to
+// 5 to 20 times their size, a deflate bomb to 1,000 times; the cap of a part held in memory does
+// not bind a streamed one, which the grid bounds (2^26 cells of at most 1 KiB of XML on average).
+constexpr qint64 MaxRatio = 256;
+constexpr qint64 RatioFloor = qint64(64) << 20;
+constexpr qint64 MaxHeldPartSize = qint64(1) << 30;
+constexpr qint64 MaxStreamedPartSize = qint64(1) << 36;
 
 // Inflates a part on a thread of its own, a few chunks ahead of the parser that reads it: the
 // two take about a fifth and three quarters of the time of reading a large sheet.
@@ -265,12 +271,16 @@ bool XlsxPackage::open()
 
 // Parses one part; Failed when it cannot be inflated, is too large, fails its checksum or is no
 // well-formed XML that the handler accepts.
-XlsxPackage::Result XlsxPackage::read(const QString &partName, XmlHandler &handler)
+XlsxPackage::Result XlsxPackage::read(const QString &partName, XmlHandler &handler, bool streamed)
 {
-    if (!m_zip.setCurrentFile(partName, QuaZip::csInsensitive)) {
+    QuaZipFileInfo64 info;
+    if (!m_zip.setCurrentFile(partName, QuaZip::csInsensitive) || !m_zip.getCurrentFileInfo(&info)) {
         m_error = QObject::tr("The workbook has no part %1.").arg(partName);
         return Result::Missing;
     }
+    const qint64 byRatio = qMax(RatioFloor, qint64(qMin<quint64>(info.compressedSize, 1ULL << 40))
+                                                    * MaxRatio);
+    const qint64 maxSize = qMin(byRatio, streamed ? MaxStreamedPartSize : MaxHeldPartSize);
     QuaZipFile file(&m_zip);
     const QString damaged =
             QObject::tr("The part %1 is damaged: it cannot be inflated.").arg(partName);
@@ -281,7 +291,7 @@ XlsxPackage::Result XlsxPackage::read(const QString &partName, XmlHandler &handl
     XmlError error;
     {
         InflatingDevice device(file);
-        parseXml(device, MaxPartSize, handler, &error);
+        parseXml(device, maxSize, handler, &error);
     }
     // The checksum is checked when the whole part has been read.
     file.close();
@@ -300,8 +310,15 @@ XlsxPackage::Result XlsxPackage::read(const QString &partName, XmlHandler &handl
         where = QObject::tr("The part %1 passes a limit at line %2: %3.");
         break;
     case Kind::TooLarge:
-        m_error = QObject::tr("The part %1 passes a limit: it inflates to more than 1 GiB.")
-                          .arg(partName);
+        m_error = (maxSize == byRatio
+                           ? QObject::tr("The part %1 passes a limit: it inflates to more than "
+                                         "%2 times its compressed size.")
+                                     .arg(partName)
+                                     .arg(MaxRatio)
+                           : QObject::tr("The part %1 passes a limit: it inflates to more than "
+                                         "%2 GiB.")
+                                     .arg(partName)
+                                     .arg(maxSize >> 30));
         return Result::Failed;
     default:
         m_error = damaged;

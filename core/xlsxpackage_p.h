@@ -25,7 +25,8 @@ public:
 
     explicit XlsxPackage(const QString &path);
     bool open();
-    Result read(const QString &partName, XmlHandler &handler);
+    // streamed: the part is not held in memory, so the cap for such parts does not apply.
+    Result read(const QString &partName, XmlHandler &handler, bool streamed = false);
     // The internal relationships of a part (the package's own for an empty name), by id.
     Result relationships(const QString &partName, QHash<QString, Relationship> *relationships);
     // Why the last open() or read() failed, for a user.

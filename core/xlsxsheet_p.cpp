@@ -156,9 +156,84 @@ bool SheetData::appendText(const char *text, size_t size)
     return true;
 }
 
+void SheetData::setMode(Mode mode, RowFunction rowReady)
+{
+    if (m_mode == Mode::Store)
+        m_poolBase = m_pool.size();
+    m_pool.resize(m_poolBase);
+    m_mode = mode;
+    m_rowReady = std::move(rowReady);
+    m_rowCells.clear();
+    m_lastRow = -1;
+}
+
+// Scan: forgets the text of the cell before.
+void SheetData::cellStarts()
+{
+    if (m_mode == Mode::Scan)
+        m_pool.resize(m_poolBase);
+}
+
+// Bounds the data area as finish() would with the cells stored, and tells whether they come in
+// order; keeps nothing of them.
+bool SheetData::scanCell(int row, const Cell &cell)
+{
+    if (m_seen > 0) {
+        if (row == m_lastRow && cell.column == m_lastColumn)
+            return true;
+        if (row < m_lastRow || (row == m_lastRow && cell.column < m_lastColumn))
+            m_sorted = false;
+    }
+    ++m_seen;
+    m_lastRow = row;
+    m_lastColumn = cell.column;
+    m_rows = qMax(m_rows, row + 1);
+    m_columns = qMax(m_columns, int(cell.column) + 1);
+    return true;
+}
+
+// Collects the cells of one row; the first cell of the next row hands it on and takes its text
+// to the start of the row's texts.
+bool SheetData::streamCell(int row, Cell cell)
+{
+    if (!m_rowCells.empty()) {
+        if (row == m_lastRow && cell.column == m_rowCells.back().column) {
+            m_rowCells.back() = cell;
+            return true;
+        }
+        if (row != m_lastRow) {
+            const bool hasText = cell.kind == Cell::String || cell.kind == Cell::Verbatim;
+            const QByteArray text = hasText ? m_pool.mid(int(cell.a), int(cell.b)) : QByteArray();
+            if (!flushRow())
+                return false;
+            if (hasText) {
+                cell.a = quint32(m_pool.size());
+                m_pool.append(text);
+            }
+        }
+    }
+    m_lastRow = row;
+    m_rowCells.push_back(cell);
+    return true;
+}
+
+bool SheetData::flushRow()
+{
+    if (m_rowCells.empty())
+        return true;
+    const bool ok = m_rowReady(m_lastRow, m_rowCells.data(), m_rowCells.size());
+    m_rowCells.clear();
+    m_pool.resize(m_poolBase);
+    return ok;
+}
+
 // Stores a non-empty cell; a cell at the place of the one before replaces it.
 bool SheetData::addCell(int row, const Cell &cell)
 {
+    if (m_mode == Mode::Scan)
+        return scanCell(row, cell);
+    if (m_mode == Mode::Stream)
+        return streamCell(row, cell);
     if (m_cells.size() > 0) {
         const int lastRow = m_runs.back().row;
         Cell &last = m_cells[m_cells.size() - 1];
@@ -205,6 +280,10 @@ void SheetData::sortCells()
 // Indexes the rows of the data area; false when the area is too large to walk.
 bool SheetData::finish()
 {
+    if (m_mode == Mode::Stream)
+        return flushRow();
+    if (m_mode == Mode::Scan)
+        return qint64(m_rows) * m_columns <= MaxArea;
     if (!m_sorted)
         sortCells();
     if (m_cells.size() == 0)
@@ -245,7 +324,11 @@ QString SheetData::text(int row, int column) const
     }
     if (low == m_rowStarts[size_t(row) + 1] || m_cells[low].column != column)
         return QStringLiteral("");
-    const Cell &cell = m_cells[low];
+    return cellText(m_cells[low]);
+}
+
+QString SheetData::cellText(const Cell &cell) const
+{
     if (cell.kind == Cell::Number) {
         double number;
         const quint64 bits = quint64(cell.a) << 32 | cell.b;
@@ -255,6 +338,25 @@ QString SheetData::text(int row, int column) const
     const Span span = cell.kind == Cell::Shared ? m_sharedStrings[cell.a] : Span{cell.a, cell.b};
     const QString text = QString::fromUtf8(m_pool.constData() + span.pos, int(span.size));
     return cell.kind == Cell::Verbatim ? text : unescape(text);
+}
+
+bool SheetData::appendCellUtf8(const Cell &cell, QByteArray *out) const
+{
+    if (cell.kind != Cell::Number) {
+        const Span span = cell.kind == Cell::Shared ? m_sharedStrings[cell.a] : Span{cell.a, cell.b};
+        const char *text = m_pool.constData() + span.pos;
+        // Texts without escapes are the parser's UTF-8 as it stands.
+        if (cell.kind == Cell::Verbatim
+            || std::string_view(text, span.size).find("_x") == std::string_view::npos) {
+            out->append(text, int(span.size));
+            return true;
+        }
+    }
+    const QString text = cellText(cell);
+    if (!text.isValidUtf16())
+        return false;
+    out->append(text.toUtf8());
+    return true;
 }
 
 void TextCollector::begin(int depth)
@@ -413,6 +515,7 @@ bool SheetHandler::startRow(const char **attributes)
 
 bool SheetHandler::startCell(const char **attributes)
 {
+    m_sheet.cellStarts();
     m_cellRow = m_row;
     m_column = m_nextColumn;
     // One pass over the attributes: the cell's are all unqualified one-letter names.

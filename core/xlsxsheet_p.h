@@ -8,6 +8,7 @@
 #include <QString>
 #include <QVector>
 
+#include <functional>
 #include <memory>
 #include <string>
 #include <vector>
@@ -45,14 +46,29 @@ private:
     size_t m_size = 0;
 };
 
-// The cells of one worksheet and the texts they use, stored by row and column.
+// The cells of one worksheet and the texts they use, stored by row and column; or, to read a
+// sheet of any size, only checked and bounded (Scan), then handed on row by row (Stream).
 class SheetData
 {
 public:
+    enum class Mode { Store, Scan, Stream };
+    // Receives each row that holds cells, in order, with its cells by column.
+    using RowFunction = std::function<bool(int row, const Cell *cells, size_t count)>;
+
     QString text(int row, int column) const;
     int rows() const { return m_rows; }
     int columns() const { return m_columns; }
-    bool isEmpty() const { return m_cells.size() == 0; }
+    bool isEmpty() const { return m_mode == Mode::Store ? m_cells.size() == 0 : m_seen == 0; }
+    // After a scan: whether the cells came in order, so that they can be streamed.
+    bool isOrdered() const { return m_sorted; }
+    Mode mode() const { return m_mode; }
+    // Texts read from here on are kept only while their cell or row needs them.
+    void setMode(Mode mode, RowFunction rowReady = {});
+    // The text of a stored or streamed string cell.
+    QString cellText(const Cell &cell) const;
+    // As cellText, as UTF-8 appended to out; false, with nothing appended, when UTF-8 cannot
+    // carry it (an escaped lone surrogate).
+    bool appendCellUtf8(const Cell &cell, QByteArray *out) const;
 
     bool date1904 = false;
     QVector<Display> displays; // by cell format index
@@ -76,6 +92,10 @@ private:
     bool appendText(const char *text, size_t size);
     Span takeText(quint32 start) const { return {start, quint32(m_pool.size()) - start}; }
     bool addCell(int row, const Cell &cell);
+    bool scanCell(int row, const Cell &cell);
+    bool streamCell(int row, Cell cell);
+    bool flushRow();
+    void cellStarts();
     bool finish();
     void sortCells();
 
@@ -88,6 +108,14 @@ private:
     bool m_sorted = true;
     int m_rows = 0;
     int m_columns = 0;
+
+    Mode m_mode = Mode::Store;
+    int m_poolBase = 0; // Scan, Stream: the texts before this (shared strings) stay
+    size_t m_seen = 0; // Scan: cells met
+    int m_lastRow = -1;
+    int m_lastColumn = -1;
+    RowFunction m_rowReady; // Stream
+    std::vector<Cell> m_rowCells;
 };
 
 // Collects the text of a rich text element (<si>, <is>) without its phonetic guides into the
