@@ -150,17 +150,25 @@ void CellList::clear()
 
 bool SheetData::appendText(const char *text, size_t size)
 {
-    if (m_pool.size() + qint64(size) > MaxTextSize)
+    if (textTotal() + qint64(size) > MaxTextSize)
         return false;
-    m_pool.append(text, int(size));
+    texts().append(text, int(size));
     return true;
+}
+
+std::unique_ptr<SheetData> SheetData::sharedCopy() const
+{
+    auto copy = std::make_unique<SheetData>();
+    copy->date1904 = date1904;
+    copy->displays = displays;
+    copy->m_pool = m_pool;
+    copy->m_sharedStrings = m_sharedStrings;
+    return copy;
 }
 
 void SheetData::setMode(Mode mode, RowFunction rowReady)
 {
-    if (m_mode == Mode::Store)
-        m_poolBase = m_pool.size();
-    m_pool.resize(m_poolBase);
+    m_rowTexts.resize(0);
     m_mode = mode;
     m_rowReady = std::move(rowReady);
     m_rowCells.clear();
@@ -171,7 +179,7 @@ void SheetData::setMode(Mode mode, RowFunction rowReady)
 void SheetData::cellStarts()
 {
     if (m_mode == Mode::Scan)
-        m_pool.resize(m_poolBase);
+        m_rowTexts.resize(0);
 }
 
 // Bounds the data area as finish() would with the cells stored, and tells whether they come in
@@ -203,12 +211,13 @@ bool SheetData::streamCell(int row, Cell cell)
         }
         if (row != m_lastRow) {
             const bool hasText = cell.kind == Cell::String || cell.kind == Cell::Verbatim;
-            const QByteArray text = hasText ? m_pool.mid(int(cell.a), int(cell.b)) : QByteArray();
+            const QByteArray text =
+                    hasText ? m_rowTexts.mid(int(cell.a), int(cell.b)) : QByteArray();
             if (!flushRow())
                 return false;
             if (hasText) {
-                cell.a = quint32(m_pool.size());
-                m_pool.append(text);
+                cell.a = quint32(m_rowTexts.size());
+                m_rowTexts.append(text);
             }
         }
     }
@@ -223,7 +232,7 @@ bool SheetData::flushRow()
         return true;
     const bool ok = m_rowReady(m_lastRow, m_rowCells.data(), m_rowCells.size());
     m_rowCells.clear();
-    m_pool.resize(m_poolBase);
+    m_rowTexts.resize(0);
     return ok;
 }
 
@@ -335,16 +344,19 @@ QString SheetData::cellText(const Cell &cell) const
         std::memcpy(&number, &bits, sizeof number);
         return numberText(number, cell.display, date1904);
     }
-    const Span span = cell.kind == Cell::Shared ? m_sharedStrings[cell.a] : Span{cell.a, cell.b};
-    const QString text = QString::fromUtf8(m_pool.constData() + span.pos, int(span.size));
+    const bool shared = cell.kind == Cell::Shared;
+    const Span span = shared ? m_sharedStrings.at(int(cell.a)) : Span{cell.a, cell.b};
+    const QString text = QString::fromUtf8((shared ? m_pool : texts()).constData() + span.pos,
+                                           int(span.size));
     return cell.kind == Cell::Verbatim ? text : unescape(text);
 }
 
 bool SheetData::appendCellUtf8(const Cell &cell, QByteArray *out) const
 {
     if (cell.kind != Cell::Number) {
-        const Span span = cell.kind == Cell::Shared ? m_sharedStrings[cell.a] : Span{cell.a, cell.b};
-        const char *text = m_pool.constData() + span.pos;
+        const bool shared = cell.kind == Cell::Shared;
+        const Span span = shared ? m_sharedStrings.at(int(cell.a)) : Span{cell.a, cell.b};
+        const char *text = (shared ? m_pool : texts()).constData() + span.pos;
         // Texts without escapes are the parser's UTF-8 as it stands.
         if (cell.kind == Cell::Verbatim
             || std::string_view(text, span.size).find("_x") == std::string_view::npos) {
@@ -363,7 +375,7 @@ void TextCollector::begin(int depth)
 {
     m_baseDepth = depth;
     m_runDepth = m_textDepth = 0;
-    m_start = quint32(m_sheet.m_pool.size());
+    m_start = quint32(m_sheet.texts().size());
 }
 
 // Text comes from <t> children of the element and of its <r> runs; <rPh> guides are left out.
@@ -382,10 +394,10 @@ bool TextCollector::characters(const char *text, int size, int depth, XmlHandler
 {
     if (depth != m_textDepth)
         return true;
-    const qint64 textSize = m_sheet.m_pool.size() - m_start + size;
+    const qint64 textSize = m_sheet.texts().size() - m_start + size;
     if (textSize <= MaxStringSize && m_sheet.appendText(text, size_t(size)))
         return true;
-    return handler->refuse(textLimit(textSize, m_sheet.m_pool.size() + qint64(size)), true);
+    return handler->refuse(textLimit(textSize, m_sheet.textTotal() + size), true);
 }
 
 bool TextCollector::end(int depth, SheetData::Span *span)
@@ -416,10 +428,10 @@ bool SharedStringsHandler::endElement()
     SheetData::Span span;
     const int depth = m_depth--;
     const bool done = m_text.active() && m_text.end(depth, &span);
-    if (done && m_sheet.m_sharedStrings.size() >= MaxCells)
+    if (done && size_t(m_sheet.m_sharedStrings.size()) >= MaxCells)
         return refuse(QObject::tr("more than 33,554,432 shared strings"), true);
     if (done)
-        m_sheet.m_sharedStrings.push_back(span);
+        m_sheet.m_sharedStrings.append(span);
     return true;
 }
 
@@ -558,7 +570,7 @@ bool SheetHandler::startCell(const char **attributes)
 bool SheetHandler::endCell()
 {
     Cell cell = {quint16(m_column), Cell::String, Display::Number, 0, 0};
-    const quint32 start = quint32(m_sheet.m_pool.size());
+    const quint32 start = quint32(m_sheet.texts().size());
     if (m_hasInline) {
         cell.a = m_inline.pos;
         cell.b = m_inline.size;
@@ -567,8 +579,8 @@ bool SheetHandler::endCell()
     } else if (m_type == Type::Shared) {
         qint64 index = -1;
         if (!parseInt(trimmed(m_value), &index) || index < 0
-            || size_t(index) >= m_sheet.m_sharedStrings.size()
-            || m_sheet.m_sharedStrings[index].size == 0)
+            || index >= m_sheet.m_sharedStrings.size()
+            || m_sheet.m_sharedStrings.at(int(index)).size == 0)
             return true;
         cell.kind = Cell::Shared;
         cell.a = quint32(index);
@@ -596,7 +608,7 @@ bool SheetHandler::endCell()
         if (m_type != Type::String)
             cell.kind = Cell::Verbatim;
         if (!m_sheet.appendText(text.data(), text.size()))
-            return refuse(textLimit(0, m_sheet.m_pool.size() + qint64(text.size())), true);
+            return refuse(textLimit(0, m_sheet.textTotal() + qint64(text.size())), true);
         cell.a = start;
         cell.b = quint32(text.size());
     }

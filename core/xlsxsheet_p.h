@@ -64,6 +64,9 @@ public:
     Mode mode() const { return m_mode; }
     // Texts read from here on are kept only while their cell or row needs them.
     void setMode(Mode mode, RowFunction rowReady = {});
+    // A sheet that shares this one's shared strings and cell formats, to stream on another
+    // thread while this one scans.
+    std::unique_ptr<SheetData> sharedCopy() const;
     // The text of a stored or streamed string cell.
     QString cellText(const Cell &cell) const;
     // As cellText, as UTF-8 appended to out; false, with nothing appended, when UTF-8 cannot
@@ -90,7 +93,11 @@ private:
     };
 
     bool appendText(const char *text, size_t size);
-    Span takeText(quint32 start) const { return {start, quint32(m_pool.size()) - start}; }
+    // Where the texts of cells go: with the shared strings when stored, else only for a row.
+    QByteArray &texts() { return m_mode == Mode::Store ? m_pool : m_rowTexts; }
+    const QByteArray &texts() const { return m_mode == Mode::Store ? m_pool : m_rowTexts; }
+    qint64 textTotal() const { return m_pool.size() + (m_mode == Mode::Store ? 0 : m_rowTexts.size()); }
+    Span takeText(quint32 start) const { return {start, quint32(texts().size()) - start}; }
     bool addCell(int row, const Cell &cell);
     bool scanCell(int row, const Cell &cell);
     bool streamCell(int row, Cell cell);
@@ -99,8 +106,9 @@ private:
     bool finish();
     void sortCells();
 
-    QByteArray m_pool; // UTF-8 texts back to back
-    std::vector<Span> m_sharedStrings;
+    // UTF-8 texts back to back; shared with copies made for streaming, which only read them.
+    QByteArray m_pool;
+    QVector<Span> m_sharedStrings;
     CellList m_cells;
     // While reading: the first cell of every run of cells in one row. Then: rows by index.
     std::vector<RowStart> m_runs;
@@ -110,7 +118,7 @@ private:
     int m_columns = 0;
 
     Mode m_mode = Mode::Store;
-    int m_poolBase = 0; // Scan, Stream: the texts before this (shared strings) stay
+    QByteArray m_rowTexts; // Scan, Stream
     size_t m_seen = 0; // Scan: cells met
     int m_lastRow = -1;
     int m_lastColumn = -1;
