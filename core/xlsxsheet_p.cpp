@@ -169,6 +169,7 @@ std::unique_ptr<SheetData> SheetData::sharedCopy() const
 void SheetData::setMode(Mode mode, RowFunction rowReady)
 {
     m_rowTexts.resize(0);
+    m_scannedRowTexts = 0;
     m_mode = mode;
     m_rowReady = std::move(rowReady);
     m_rowCells.clear();
@@ -178,14 +179,18 @@ void SheetData::setMode(Mode mode, RowFunction rowReady)
 // Scan: forgets the text of the cell before.
 void SheetData::cellStarts()
 {
-    if (m_mode == Mode::Scan)
+    if (m_mode == Mode::Scan) {
+        m_scannedRowTexts += m_rowTexts.size();
         m_rowTexts.resize(0);
+    }
 }
 
 // Bounds the data area as finish() would with the cells stored, and tells whether they come in
 // order; keeps nothing of them.
 bool SheetData::scanCell(int row, const Cell &cell)
 {
+    if (m_seen > 0 && row != m_lastRow)
+        m_scannedRowTexts = 0;
     if (m_seen > 0) {
         if (row == m_lastRow && cell.column == m_lastColumn)
             return true;

@@ -96,7 +96,11 @@ private:
     // Where the texts of cells go: with the shared strings when stored, else only for a row.
     QByteArray &texts() { return m_mode == Mode::Store ? m_pool : m_rowTexts; }
     const QByteArray &texts() const { return m_mode == Mode::Store ? m_pool : m_rowTexts; }
-    qint64 textTotal() const { return m_pool.size() + (m_mode == Mode::Store ? 0 : m_rowTexts.size()); }
+    // What the texts limit counts: a scan counts the row's texts that a stream would hold.
+    qint64 textTotal() const
+    {
+        return m_pool.size() + (m_mode == Mode::Store ? 0 : m_rowTexts.size() + m_scannedRowTexts);
+    }
     Span takeText(quint32 start) const { return {start, quint32(texts().size()) - start}; }
     bool addCell(int row, const Cell &cell);
     bool scanCell(int row, const Cell &cell);
@@ -119,6 +123,7 @@ private:
 
     Mode m_mode = Mode::Store;
     QByteArray m_rowTexts; // Scan, Stream
+    qint64 m_scannedRowTexts = 0; // Scan: of the cells before in the row
     size_t m_seen = 0; // Scan: cells met
     int m_lastRow = -1;
     int m_lastColumn = -1;
