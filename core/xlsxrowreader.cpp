@@ -102,7 +102,7 @@ private:
             for (size_t i = 0; i < count; ++i) {
                 if (!m_sheet->appendCellUtf8(cells[i], &chunk.bytes))
                     chunk.inexact.insert(chunk.cells.size(), m_sheet->cellText(cells[i]));
-                chunk.cells.push_back({int(cells[i].column), chunk.bytes.size()});
+                chunk.cells.push_back({int(cells[i].column), int(chunk.bytes.size())});
             }
             return (chunk.rows.size() < ChunkRows && chunk.bytes.size() < ChunkBytes)
                     || deliver(&chunk);
