@@ -24,9 +24,10 @@ namespace Xlsx {
 namespace {
 
 // Inflated bytes of one part: a bomb fails here instead of running on. Real parts inflate to
-// 5 to 20 times their size, a deflate bomb to 1,000 times; the cap of a part held in memory does
-// not bind a streamed one, which the grid bounds (2^26 cells of at most 1 KiB of XML on average).
-constexpr qint64 MaxRatio = 256;
+// 5 to 30 times their size, identical rows without references to about 260 times, a deflate
+// bomb to 1,000 times; the cap of a part held in memory does not bind a streamed one, which the
+// grid bounds (2^26 cells of at most 1 KiB of XML on average).
+constexpr qint64 MaxRatio = 512;
 constexpr qint64 RatioFloor = qint64(64) << 20;
 constexpr qint64 MaxHeldPartSize = qint64(1) << 30;
 constexpr qint64 MaxStreamedPartSize = qint64(1) << 36;

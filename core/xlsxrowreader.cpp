@@ -35,6 +35,15 @@ struct RowChunk
     QByteArray bytes;
     QHash<size_t, QString> inexact; // by cell
     qint64 cost() const { return bytes.size() + qint64(cells.size() + rows.size()) * 8; }
+    // Empties the chunk and keeps its room.
+    void clear()
+    {
+        rows.clear();
+        cells.clear();
+        bytes.reserve(bytes.capacity()); // keeps the buffer through resize(0)
+        bytes.resize(0);
+        inexact.clear();
+    }
 };
 
 // The second pass over the sheet part, on a thread of its own from the moment the workbook has
@@ -85,6 +94,10 @@ public:
             m_changed.notify_all();
             if (!take(chunk))
                 return false;
+            // Chunks go round: memory stays as it is, however many rows pass.
+            chunk.clear();
+            const std::lock_guard<std::mutex> lock(m_mutex);
+            m_spare.push_back(std::move(chunk));
         }
     }
 
@@ -120,7 +133,7 @@ private:
     {
         if (m_direct) {
             const bool taken = (*m_take)(*chunk);
-            *chunk = RowChunk();
+            chunk->clear();
             return taken;
         }
         std::unique_lock<std::mutex> lock(m_mutex);
@@ -130,6 +143,10 @@ private:
         m_queued += chunk->cost();
         m_chunks.push_back(std::move(*chunk));
         *chunk = RowChunk();
+        if (!m_spare.empty()) {
+            *chunk = std::move(m_spare.back());
+            m_spare.pop_back();
+        }
         m_changed.notify_all();
         return true;
     }
@@ -141,6 +158,7 @@ private:
     std::mutex m_mutex;
     std::condition_variable m_changed;
     std::deque<RowChunk> m_chunks;
+    std::vector<RowChunk> m_spare;
     qint64 m_queued = 0;
     bool m_stopped = false;
     bool m_finished = false;
