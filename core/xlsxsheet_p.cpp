@@ -168,6 +168,7 @@ std::unique_ptr<SheetData> SheetData::sharedCopy() const
 
 void SheetData::setMode(Mode mode, RowFunction rowReady)
 {
+    m_rowTexts.reserve(1 << 12); // kept through resize(0), which is done for every cell or row
     m_rowTexts.resize(0);
     m_scannedRowTexts = 0;
     m_mode = mode;
