@@ -1,6 +1,7 @@
 #include "xlsxreader.h"
 
 #include "xlsxpackage_p.h"
+#include "xlsxrowreader_p.h"
 #include "xlsxsheet_p.h"
 #include "xlsxworkbook_p.h"
 
@@ -73,7 +74,19 @@ QString XlsxReader::textAt(int row, int column) const
     return d->sheet->text(row, column);
 }
 
-// Why the last open() failed, in a sentence for the user; empty after a successful one.
+// Checks the file as the importer reads it, all of its first worksheet but without holding its
+// cells, so that a sheet of any size gets the reason it would be refused for; leaves the reader
+// empty. False, with errorString(), when the file would be refused.
+bool XlsxReader::check(const QString &path)
+{
+    d->sheet = std::make_unique<SheetData>();
+    XlsxRowReader rows;
+    const bool ok = rows.open(path);
+    d->error = rows.errorString();
+    return ok;
+}
+
+// Why the last open() or check() failed, in a sentence for the user; empty after a successful one.
 QString XlsxReader::errorString() const
 {
     return d->error;

@@ -23,6 +23,7 @@ public:
     QString textAt(int row, int column) const;
 
     QString errorString() const;
+    bool check(const QString &path);
 
 private:
     Q_DISABLE_COPY(XlsxReader)

@@ -270,6 +270,10 @@ void tst_XlsxReader::refusals()
     Core::XlsxReader reader;
     QVERIFY(!reader.open(file));
     QTEST(reader.errorString(), "reason");
+    // The check an importer makes, holding no cells, gives the same reason.
+    Core::XlsxReader checker;
+    QVERIFY(!checker.check(file));
+    QTEST(checker.errorString(), "reason");
 }
 
 // Hand-made packages: a refused file leaves the reader empty, whatever it held before.
@@ -283,6 +287,8 @@ void tst_XlsxReader::files()
     QVERIFY(reader.open(m_dir.filePath("whole.xlsx")));
     QCOMPARE(reader.open(file), !expected.isNull());
     QCOMPARE(reader.errorString().isEmpty(), !expected.isNull());
+    Core::XlsxReader checker;
+    QCOMPARE(checker.check(file), !expected.isNull());
     QCOMPARE(dump(reader), expected);
     QCOMPARE(reader.isEmpty(), expected.isEmpty());
 }

@@ -225,7 +225,8 @@ void BrowserWindow::importSpreadsheet()
     // The importer's log says only that the file was refused; the reader says why.
     Core::XlsxReader reader;
     if (outcome == Outcome::Failed
-        && log == QObject::tr("Cannot open file %1 for reading.").arg(source) && !reader.open(source))
+        && log == QObject::tr("Cannot open file %1 for reading.").arg(source)
+        && !reader.check(source))
         log += QLatin1Char('\n') + reader.errorString();
     imported(outcome, log, source);
 }

@@ -165,7 +165,7 @@ int Importer::run(const QString &source, const QString &target)
             // The importer's log says only that the file was refused; the reader says why.
             Core::XlsxReader reader;
             if (!ok && log == QObject::tr("Cannot open file %1 for reading.").arg(importPath)
-                && !reader.open(importPath))
+                && !reader.check(importPath))
                 log += QLatin1Char('\n') + reader.errorString();
         } else if (csvImporter) {
             using Csv = Database::CsvImporter;
