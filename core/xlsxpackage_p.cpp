@@ -3,8 +3,12 @@
 #include "xlsxxml_p.h"
 
 #include <quazipfile.h>
+#include <quazipfileinfo.h>
 
 #include <QDir>
+#include <QFile>
+#include <QFileInfo>
+#include <QObject>
 #include <QUrl>
 
 #include <condition_variable>
@@ -19,8 +23,14 @@ namespace Xlsx {
 
 namespace {
 
-// Inflated bytes of one part: a bomb fails here instead of running on.
-constexpr qint64 MaxPartSize = qint64(1) << 30;
+// Inflated bytes of one part: a bomb fails here instead of running on. Real parts inflate to
+// 5 to 30 times their size, identical rows without references to about 260 times, a deflate
+// bomb to 1,000 times; the cap of a part held in memory does not bind a streamed one, which the
+// grid bounds (2^26 cells of at most 1 KiB of XML on average).
+constexpr qint64 MaxRatio = 512;
+constexpr qint64 RatioFloor = qint64(64) << 20;
+constexpr qint64 MaxHeldPartSize = qint64(1) << 30;
+constexpr qint64 MaxStreamedPartSize = qint64(1) << 36;
 
 // Inflates a part on a thread of its own, a few chunks ahead of the parser that reads it: the
 // two take about a fifth and three quarters of the time of reading a large sheet.
@@ -146,32 +156,177 @@ private:
     QHash<QString, Relationship> *m_relationships;
 };
 
+quint32 littleEndian(const QByteArray &bytes, int at, int size)
+{
+    quint32 value = 0;
+    for (int i = size - 1; i >= 0; --i)
+        value = value << 8 | uchar(bytes.at(at + i));
+    return value;
+}
+
+// The names in the directory of an OLE2 compound file (the container of legacy and of
+// password-protected workbooks), as far as its allocation table leads; bounded, so that a
+// damaged file ends the walk.
+QStringList compoundNames(QFile &file)
+{
+    const QByteArray header = file.read(512);
+    const quint32 shift = littleEndian(header, 30, 2);
+    if (header.size() < 512 || (shift != 9 && shift != 12))
+        return {};
+    const qint64 sectorSize = qint64(1) << shift;
+    const quint32 perSector = quint32(sectorSize / 4);
+    constexpr quint32 LastSector = 0xfffffff9;
+    const auto sector = [&](quint32 number) {
+        return file.seek((qint64(number) + 1) * sectorSize) ? file.read(sectorSize) : QByteArray();
+    };
+    // The sectors of the allocation table: 109 in the header, the rest in a chain of its own.
+    QVector<quint32> table;
+    for (int i = 0; i < 109; ++i)
+        table.append(littleEndian(header, 76 + 4 * i, 4));
+    quint32 extension = littleEndian(header, 68, 4);
+    for (int n = 0; extension <= LastSector && n < 1024; ++n) {
+        const QByteArray bytes = sector(extension);
+        if (bytes.size() < sectorSize)
+            break;
+        for (quint32 i = 0; i + 1 < perSector; ++i)
+            table.append(littleEndian(bytes, int(4 * i), 4));
+        extension = littleEndian(bytes, int(sectorSize - 4), 4);
+    }
+    const auto next = [&](quint32 number) {
+        const quint32 tableSector = number / perSector;
+        if (int(tableSector) >= table.size() || table.at(int(tableSector)) > LastSector)
+            return quint32(0xfffffffe);
+        const QByteArray bytes = sector(table.at(int(tableSector)));
+        const int at = int(number % perSector) * 4;
+        return bytes.size() >= at + 4 ? littleEndian(bytes, at, 4) : quint32(0xfffffffe);
+    };
+    QStringList names;
+    quint32 directory = littleEndian(header, 48, 4);
+    for (int n = 0; directory <= LastSector && n < 4096; ++n) {
+        const QByteArray bytes = sector(directory);
+        for (int entry = 0; entry + 128 <= bytes.size(); entry += 128) {
+            const int length = int(littleEndian(bytes, entry + 64, 2)) / 2 - 1; // without the 0
+            if (bytes.at(entry + 66) == 0 || length < 1 || length > 31)
+                continue;
+            QString name;
+            for (int i = 0; i < length; ++i)
+                name += QChar(ushort(littleEndian(bytes, entry + 2 * i, 2)));
+            names << name;
+        }
+        directory = next(directory);
+    }
+    return names;
+}
+
 } // namespace
 
-XlsxPackage::XlsxPackage(const QString &path) : m_zip(path) { }
+QString describeNonArchive(const QString &path)
+{
+    const QFileInfo info(path);
+    if (!info.exists())
+        return QObject::tr("The file does not exist.");
+    if (info.isDir())
+        return QObject::tr("It is a directory, not a file.");
+    QFile file(path);
+    if (!file.open(QIODevice::ReadOnly))
+        return QObject::tr("The file cannot be read: %1.").arg(file.errorString());
+    const QByteArray magic = file.read(8);
+    if (magic == QByteArray::fromHex("d0cf11e0a1b11ae1")) {
+        file.seek(0);
+        const QStringList names = compoundNames(file);
+        if (names.contains(QLatin1String("EncryptionInfo"))
+            || names.contains(QLatin1String("EncryptedPackage")))
+            return QObject::tr("The workbook is protected by a password; save a copy without the "
+                               "password to import it.");
+        if (names.contains(QLatin1String("Workbook")) || names.contains(QLatin1String("Book")))
+            return QObject::tr("The file is a legacy binary .xls workbook; save it as .xlsx to "
+                               "import it.");
+        return QObject::tr("The file is an OLE2 compound document, not an .xlsx workbook.");
+    }
+    if (magic.startsWith("PK"))
+        return QObject::tr("The zip archive is damaged or truncated.");
+    return QObject::tr("The file is not a zip archive, so it is no .xlsx or .xlsm workbook.");
+}
 
+XlsxPackage::XlsxPackage(const QString &path) : m_path(path), m_zip(path) { }
+
+// Opens the archive; false, with the reason, when it is none or an OpenDocument file.
 bool XlsxPackage::open()
 {
-    return m_zip.open(QuaZip::mdUnzip);
+    if (!m_zip.open(QuaZip::mdUnzip)) {
+        m_error = describeNonArchive(m_path);
+        return false;
+    }
+    // An OpenDocument package names its kind in a first entry that .xlsx files do not have.
+    if (m_zip.setCurrentFile(QStringLiteral("mimetype"))) {
+        QuaZipFile file(&m_zip);
+        if (file.open(QIODevice::ReadOnly)
+            && file.read(64).startsWith("application/vnd.oasis.opendocument")) {
+            m_error = QObject::tr("The file is an OpenDocument file, not an .xlsx workbook; save "
+                                  "it as .xlsx to import it.");
+            return false;
+        }
+    }
+    return true;
 }
 
 // Parses one part; Failed when it cannot be inflated, is too large, fails its checksum or is no
 // well-formed XML that the handler accepts.
-XlsxPackage::Result XlsxPackage::read(const QString &partName, XmlHandler &handler)
+XlsxPackage::Result XlsxPackage::read(const QString &partName, XmlHandler &handler, bool streamed)
 {
-    if (!m_zip.setCurrentFile(partName, QuaZip::csInsensitive))
+    QuaZipFileInfo64 info;
+    if (!m_zip.setCurrentFile(partName, QuaZip::csInsensitive) || !m_zip.getCurrentFileInfo(&info)) {
+        m_error = QObject::tr("The workbook has no part %1.").arg(partName);
         return Result::Missing;
+    }
+    const qint64 byRatio = qMax(RatioFloor, qint64(qMin<quint64>(info.compressedSize, 1ULL << 40))
+                                                    * MaxRatio);
+    const qint64 maxSize = qMin(byRatio, streamed ? MaxStreamedPartSize : MaxHeldPartSize);
     QuaZipFile file(&m_zip);
-    if (!file.open(QIODevice::ReadOnly))
+    const QString damaged =
+            QObject::tr("The part %1 is damaged: it cannot be inflated.").arg(partName);
+    if (!file.open(QIODevice::ReadOnly)) {
+        m_error = damaged;
         return Result::Failed;
-    bool parsed;
+    }
+    XmlError error;
     {
         InflatingDevice device(file);
-        parsed = parseXml(device, MaxPartSize, handler);
+        parseXml(device, maxSize, handler, &error);
     }
     // The checksum is checked when the whole part has been read.
     file.close();
-    return parsed && file.getZipError() == UNZ_OK ? Result::Read : Result::Failed;
+    using Kind = XmlError::Kind;
+    if (error.kind == Kind::None && file.getZipError() == UNZ_OK)
+        return Result::Read;
+    QString where;
+    switch (error.kind) {
+    case Kind::Malformed:
+        where = QObject::tr("The part %1 is not well-formed XML at line %2: %3.");
+        break;
+    case Kind::Damaged:
+        where = QObject::tr("The part %1 is damaged at line %2: %3.");
+        break;
+    case Kind::Limit:
+        where = QObject::tr("The part %1 passes a limit at line %2: %3.");
+        break;
+    case Kind::TooLarge:
+        m_error = (maxSize == byRatio
+                           ? QObject::tr("The part %1 passes a limit: it inflates to more than "
+                                         "%2 times its compressed size.")
+                                     .arg(partName)
+                                     .arg(MaxRatio)
+                           : QObject::tr("The part %1 passes a limit: it inflates to more than "
+                                         "%2 GiB.")
+                                     .arg(partName)
+                                     .arg(maxSize >> 30));
+        return Result::Failed;
+    default:
+        m_error = damaged;
+        return Result::Failed;
+    }
+    m_error = where.arg(partName).arg(error.line).arg(error.detail);
+    return Result::Failed;
 }
 
 XlsxPackage::Result XlsxPackage::relationships(const QString &partName,

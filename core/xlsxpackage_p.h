@@ -25,13 +25,22 @@ public:
 
     explicit XlsxPackage(const QString &path);
     bool open();
-    Result read(const QString &partName, XmlHandler &handler);
+    // streamed: the part is not held in memory, so the cap for such parts does not apply.
+    Result read(const QString &partName, XmlHandler &handler, bool streamed = false);
     // The internal relationships of a part (the package's own for an empty name), by id.
     Result relationships(const QString &partName, QHash<QString, Relationship> *relationships);
+    // Why the last open() or read() failed, for a user.
+    QString errorString() const { return m_error; }
 
 private:
+    QString m_path;
     QuaZip m_zip;
+    QString m_error;
 };
+
+// Why a file that is no zip archive cannot be a workbook: missing, unreadable, a password-
+// protected or legacy binary workbook, or something else.
+QString describeNonArchive(const QString &path);
 
 } // namespace Xlsx
 } // namespace Core

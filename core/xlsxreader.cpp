@@ -1,126 +1,38 @@
 #include "xlsxreader.h"
 
 #include "xlsxpackage_p.h"
+#include "xlsxrowreader_p.h"
 #include "xlsxsheet_p.h"
-#include "xlsxstyles_p.h"
-#include "xlsxxml_p.h"
+#include "xlsxworkbook_p.h"
 
-#include <QStringList>
-
-#include <cstring>
 #include <memory>
 
 namespace Core {
 
 using namespace Xlsx;
 
-namespace {
-
-// The workbook's date system and its sheets' relationship ids, in workbook order.
-class WorkbookHandler : public XmlHandler
-{
-public:
-    bool startElement(Ns ns, const char *name, const char **attributes) override
-    {
-        ++m_depth;
-        if (ns != Ns::Main)
-            return true;
-        if (m_depth == 2) {
-            m_inSheets = std::strcmp(name, "sheets") == 0;
-            if (std::strcmp(name, "workbookPr") == 0) {
-                const char *value = attribute(attributes, Ns::None, "date1904");
-                date1904 = value && (std::strcmp(value, "1") == 0 || std::strcmp(value, "true") == 0);
-            }
-        } else if (m_depth == 3 && m_inSheets && std::strcmp(name, "sheet") == 0) {
-            if (const char *id = attribute(attributes, Ns::Relationships, "id"))
-                sheetIds.append(QString::fromUtf8(id));
-        }
-        return true;
-    }
-    bool endElement() override
-    {
-        --m_depth;
-        return true;
-    }
-
-    bool date1904 = false;
-    QStringList sheetIds;
-
-private:
-    int m_depth = 0;
-    bool m_inSheets = false;
-};
-
-// The target of the relationship of the given type with the lowest Id: a package has one of
-// each, and one with several is read the same way in every process (QHash order is seeded).
-QString targetOfType(const QHash<QString, Relationship> &relationships, QLatin1String type)
-{
-    QString id;
-    QString target;
-    for (auto it = relationships.cbegin(); it != relationships.cend(); ++it) {
-        if (it->type.endsWith(type) && (id.isNull() || it.key() < id)) {
-            id = it.key();
-            target = it->target;
-        }
-    }
-    return target;
-}
-
-} // namespace
-
 class XlsxReaderPrivate
 {
 public:
     bool load(const QString &path);
+    bool fail(const QString &reason)
+    {
+        error = reason;
+        return false;
+    }
 
     std::unique_ptr<SheetData> sheet = std::make_unique<SheetData>();
+    QString error;
 };
 
 bool XlsxReaderPrivate::load(const QString &path)
 {
     XlsxPackage package(path);
-    if (!package.open())
-        return false;
-    using Result = XlsxPackage::Result;
-
-    // The package relationships name the workbook; the usual place is the fallback.
-    QHash<QString, Relationship> relationships;
-    const Result packageRels = package.relationships(QString(), &relationships);
-    if (packageRels == Result::Failed)
-        return false;
-    QString workbook = targetOfType(relationships, QLatin1String("/officeDocument"));
-    if (workbook.isEmpty())
-        workbook = QStringLiteral("xl/workbook.xml");
-    WorkbookHandler book;
-    relationships.clear();
-    if (package.read(workbook, book) != Result::Read
-        || package.relationships(workbook, &relationships) != Result::Read)
-        return false;
-    sheet->date1904 = book.date1904;
-
     QString sheetPart;
-    for (const QString &id : qAsConst(book.sheetIds)) {
-        const Relationship relationship = relationships.value(id);
-        if (relationship.type.endsWith(QLatin1String("/worksheet"))) {
-            sheetPart = relationship.target;
-            break;
-        }
-    }
-    if (sheetPart.isEmpty())
-        return false;
-
-    const QString sharedStrings =
-            targetOfType(relationships, QLatin1String("/sharedStrings"));
-    SharedStringsHandler sharedStringsHandler(*sheet);
-    if (!sharedStrings.isEmpty() && package.read(sharedStrings, sharedStringsHandler) != Result::Read)
-        return false;
-    const QString styles = targetOfType(relationships, QLatin1String("/styles"));
-    StylesHandler stylesHandler;
-    if (!styles.isEmpty() && package.read(styles, stylesHandler) != Result::Read)
-        return false;
-    sheet->displays = stylesHandler.displays();
-    SheetHandler sheetHandler(*sheet);
-    return package.read(sheetPart, sheetHandler) == Result::Read && sheetHandler.finish();
+    if (!package.open())
+        return fail(package.errorString());
+    return readWorkbook(package, *sheet, &sheetPart, &error)
+            && readSheet(package, sheetPart, *sheet, &error);
 }
 
 XlsxReader::XlsxReader() : d(new XlsxReaderPrivate) { }
@@ -135,6 +47,7 @@ XlsxReader::~XlsxReader()
 bool XlsxReader::open(const QString &path)
 {
     d->sheet = std::make_unique<SheetData>();
+    d->error.clear();
     if (d->load(path))
         return true;
     d->sheet = std::make_unique<SheetData>();
@@ -159,6 +72,24 @@ int XlsxReader::columnCount() const
 QString XlsxReader::textAt(int row, int column) const
 {
     return d->sheet->text(row, column);
+}
+
+// Checks the file as the importer reads it, all of its first worksheet but without holding its
+// cells, so that a sheet of any size gets the reason it would be refused for; leaves the reader
+// empty. False, with errorString(), when the file would be refused.
+bool XlsxReader::check(const QString &path)
+{
+    d->sheet = std::make_unique<SheetData>();
+    XlsxRowReader rows;
+    const bool ok = rows.open(path);
+    d->error = rows.errorString();
+    return ok;
+}
+
+// Why the last open() or check() failed, in a sentence for the user; empty after a successful one.
+QString XlsxReader::errorString() const
+{
+    return d->error;
 }
 
 } // namespace Core

@@ -22,6 +22,9 @@ public:
     int columnCount() const;
     QString textAt(int row, int column) const;
 
+    QString errorString() const;
+    bool check(const QString &path);
+
 private:
     Q_DISABLE_COPY(XlsxReader)
     XlsxReaderPrivate *d;

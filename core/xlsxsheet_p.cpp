@@ -1,5 +1,7 @@
 #include "xlsxsheet_p.h"
 
+#include <QObject>
+
 #include <algorithm>
 #include <charconv>
 #include <cmath>
@@ -48,12 +50,19 @@ QString unescape(const QString &text)
     return result;
 }
 
-// Parses "C7" into zero-based row and column. Returns false when the text is no reference or
-// lies outside the grid.
-bool parseReference(const char *ref, int *row, int *column)
+QString gridLimit()
+{
+    return QObject::tr("a cell beyond the grid of 1,048,576 rows by 16,384 columns");
+}
+
+enum class Reference { Valid, Invalid, OutsideGrid };
+
+// Parses "C7" into zero-based row and column.
+Reference parseReference(const char *ref, int *row, int *column)
 {
     int i = 0;
     qint64 col = 0;
+    bool outside = false;
     for (;; ++i) {
         const char c = ref[i];
         if (c >= 'A' && c <= 'Z')
@@ -62,24 +71,37 @@ bool parseReference(const char *ref, int *row, int *column)
             col = col * 26 + (c - 'a' + 1);
         else
             break;
-        if (col > MaxColumns)
-            return false;
+        outside = outside || col > MaxColumns;
+        col = qMin<qint64>(col, MaxColumns + 1);
     }
     if (i == 0 || ref[i] == '\0')
-        return false;
+        return Reference::Invalid;
     qint64 r = 0;
     for (; ref[i]; ++i) {
         if (ref[i] < '0' || ref[i] > '9')
-            return false;
-        r = r * 10 + (ref[i] - '0');
-        if (r > MaxRows)
-            return false;
+            return Reference::Invalid;
+        r = qMin<qint64>(r * 10 + (ref[i] - '0'), MaxRows + 1);
     }
     if (r < 1)
-        return false;
+        return Reference::Invalid;
+    if (outside || r > MaxRows)
+        return Reference::OutsideGrid;
     *row = int(r - 1);
     *column = int(col - 1);
-    return true;
+    return Reference::Valid;
+}
+
+// Which text limit a text of size more bytes would pass.
+QString textLimit(qint64 textSize, qint64 poolSize)
+{
+    return textSize > MaxStringSize ? QObject::tr("a text over 16 MiB")
+            : poolSize > MaxTextSize ? QObject::tr("texts over 256 MiB in all")
+                                     : QString();
+}
+
+QString cellLimit()
+{
+    return QObject::tr("more than 33,554,432 stored cells");
 }
 
 // The text without the whitespace around it.
@@ -128,15 +150,105 @@ void CellList::clear()
 
 bool SheetData::appendText(const char *text, size_t size)
 {
-    if (m_pool.size() + qint64(size) > MaxTextSize)
+    if (textTotal() + qint64(size) > MaxTextSize)
         return false;
-    m_pool.append(text, int(size));
+    texts().append(text, int(size));
     return true;
+}
+
+std::unique_ptr<SheetData> SheetData::sharedCopy() const
+{
+    auto copy = std::make_unique<SheetData>();
+    copy->date1904 = date1904;
+    copy->displays = displays;
+    copy->m_pool = m_pool;
+    copy->m_sharedStrings = m_sharedStrings;
+    return copy;
+}
+
+void SheetData::setMode(Mode mode, RowFunction rowReady)
+{
+    m_rowTexts.reserve(1 << 12); // kept through resize(0), which is done for every cell or row
+    m_rowTexts.resize(0);
+    m_scannedRowTexts = 0;
+    m_mode = mode;
+    m_rowReady = std::move(rowReady);
+    m_rowCells.clear();
+    m_lastRow = -1;
+}
+
+// Scan: forgets the text of the cell before.
+void SheetData::cellStarts()
+{
+    if (m_mode == Mode::Scan) {
+        m_scannedRowTexts += m_rowTexts.size();
+        m_rowTexts.resize(0);
+    }
+}
+
+// Bounds the data area as finish() would with the cells stored, and tells whether they come in
+// order; keeps nothing of them.
+bool SheetData::scanCell(int row, const Cell &cell)
+{
+    if (m_seen > 0 && row != m_lastRow)
+        m_scannedRowTexts = 0;
+    if (m_seen > 0) {
+        if (row == m_lastRow && cell.column == m_lastColumn)
+            return true;
+        if (row < m_lastRow || (row == m_lastRow && cell.column < m_lastColumn))
+            m_sorted = false;
+    }
+    ++m_seen;
+    m_lastRow = row;
+    m_lastColumn = cell.column;
+    m_rows = qMax(m_rows, row + 1);
+    m_columns = qMax(m_columns, int(cell.column) + 1);
+    return true;
+}
+
+// Collects the cells of one row; the first cell of the next row hands it on and takes its text
+// to the start of the row's texts.
+bool SheetData::streamCell(int row, Cell cell)
+{
+    if (!m_rowCells.empty()) {
+        if (row == m_lastRow && cell.column == m_rowCells.back().column) {
+            m_rowCells.back() = cell;
+            return true;
+        }
+        if (row != m_lastRow) {
+            const bool hasText = cell.kind == Cell::String || cell.kind == Cell::Verbatim;
+            const QByteArray text =
+                    hasText ? m_rowTexts.mid(int(cell.a), int(cell.b)) : QByteArray();
+            if (!flushRow())
+                return false;
+            if (hasText) {
+                cell.a = quint32(m_rowTexts.size());
+                m_rowTexts.append(text);
+            }
+        }
+    }
+    m_lastRow = row;
+    m_rowCells.push_back(cell);
+    return true;
+}
+
+bool SheetData::flushRow()
+{
+    if (m_rowCells.empty())
+        return true;
+    const bool ok = m_rowReady(m_lastRow, m_rowCells.data(), m_rowCells.size());
+    m_rowCells.clear();
+    m_rowTexts.resize(0);
+    return ok;
 }
 
 // Stores a non-empty cell; a cell at the place of the one before replaces it.
 bool SheetData::addCell(int row, const Cell &cell)
 {
+    if (m_mode == Mode::Scan)
+        return scanCell(row, cell);
+    if (m_mode == Mode::Stream)
+        return streamCell(row, cell);
     if (m_cells.size() > 0) {
         const int lastRow = m_runs.back().row;
         Cell &last = m_cells[m_cells.size() - 1];
@@ -183,6 +295,10 @@ void SheetData::sortCells()
 // Indexes the rows of the data area; false when the area is too large to walk.
 bool SheetData::finish()
 {
+    if (m_mode == Mode::Stream)
+        return flushRow();
+    if (m_mode == Mode::Scan)
+        return qint64(m_rows) * m_columns <= MaxArea;
     if (!m_sorted)
         sortCells();
     if (m_cells.size() == 0)
@@ -223,23 +339,49 @@ QString SheetData::text(int row, int column) const
     }
     if (low == m_rowStarts[size_t(row) + 1] || m_cells[low].column != column)
         return QStringLiteral("");
-    const Cell &cell = m_cells[low];
+    return cellText(m_cells[low]);
+}
+
+QString SheetData::cellText(const Cell &cell) const
+{
     if (cell.kind == Cell::Number) {
         double number;
         const quint64 bits = quint64(cell.a) << 32 | cell.b;
         std::memcpy(&number, &bits, sizeof number);
         return numberText(number, cell.display, date1904);
     }
-    const Span span = cell.kind == Cell::Shared ? m_sharedStrings[cell.a] : Span{cell.a, cell.b};
-    const QString text = QString::fromUtf8(m_pool.constData() + span.pos, int(span.size));
+    const bool shared = cell.kind == Cell::Shared;
+    const Span span = shared ? m_sharedStrings.at(int(cell.a)) : Span{cell.a, cell.b};
+    const QString text = QString::fromUtf8((shared ? m_pool : texts()).constData() + span.pos,
+                                           int(span.size));
     return cell.kind == Cell::Verbatim ? text : unescape(text);
+}
+
+bool SheetData::appendCellUtf8(const Cell &cell, QByteArray *out) const
+{
+    if (cell.kind != Cell::Number) {
+        const bool shared = cell.kind == Cell::Shared;
+        const Span span = shared ? m_sharedStrings.at(int(cell.a)) : Span{cell.a, cell.b};
+        const char *text = (shared ? m_pool : texts()).constData() + span.pos;
+        // Texts without escapes are the parser's UTF-8 as it stands.
+        if (cell.kind == Cell::Verbatim
+            || std::string_view(text, span.size).find("_x") == std::string_view::npos) {
+            out->append(text, int(span.size));
+            return true;
+        }
+    }
+    const QString text = cellText(cell);
+    if (!text.isValidUtf16())
+        return false;
+    out->append(text.toUtf8());
+    return true;
 }
 
 void TextCollector::begin(int depth)
 {
     m_baseDepth = depth;
     m_runDepth = m_textDepth = 0;
-    m_start = quint32(m_sheet.m_pool.size());
+    m_start = quint32(m_sheet.texts().size());
 }
 
 // Text comes from <t> children of the element and of its <r> runs; <rPh> guides are left out.
@@ -254,12 +396,14 @@ void TextCollector::start(Ns ns, const char *name, int depth)
         m_runDepth = depth;
 }
 
-bool TextCollector::characters(const char *text, int size, int depth)
+bool TextCollector::characters(const char *text, int size, int depth, XmlHandler *handler)
 {
     if (depth != m_textDepth)
         return true;
-    return m_sheet.m_pool.size() - m_start + size <= MaxStringSize
-            && m_sheet.appendText(text, size_t(size));
+    const qint64 textSize = m_sheet.texts().size() - m_start + size;
+    if (textSize <= MaxStringSize && m_sheet.appendText(text, size_t(size)))
+        return true;
+    return handler->refuse(textLimit(textSize, m_sheet.textTotal() + size), true);
 }
 
 bool TextCollector::end(int depth, SheetData::Span *span)
@@ -290,16 +434,16 @@ bool SharedStringsHandler::endElement()
     SheetData::Span span;
     const int depth = m_depth--;
     const bool done = m_text.active() && m_text.end(depth, &span);
-    if (done && m_sheet.m_sharedStrings.size() >= MaxCells)
-        return false;
+    if (done && size_t(m_sheet.m_sharedStrings.size()) >= MaxCells)
+        return refuse(QObject::tr("more than 33,554,432 shared strings"), true);
     if (done)
-        m_sheet.m_sharedStrings.push_back(span);
+        m_sheet.m_sharedStrings.append(span);
     return true;
 }
 
 bool SharedStringsHandler::characters(const char *text, int size)
 {
-    return !m_text.active() || m_text.characters(text, size, m_depth);
+    return !m_text.active() || m_text.characters(text, size, m_depth, this);
 }
 
 bool SheetHandler::startElement(Ns ns, const char *name, const char **attributes)
@@ -362,11 +506,12 @@ bool SheetHandler::endElement()
 bool SheetHandler::characters(const char *text, int size)
 {
     if (m_text.active())
-        return m_text.characters(text, size, m_depth);
+        return m_text.characters(text, size, m_depth, this);
     if (!m_inValue)
         return true;
     m_value.append(text, size_t(size));
-    return qint64(m_value.size()) <= MaxStringSize;
+    return qint64(m_value.size()) <= MaxStringSize
+            || refuse(textLimit(qint64(m_value.size()), 0), true);
 }
 
 bool SheetHandler::startRow(const char **attributes)
@@ -374,12 +519,12 @@ bool SheetHandler::startRow(const char **attributes)
     int row = m_nextRow;
     if (const char *number = attribute(attributes, Ns::None, "r")) {
         qint64 value = 0;
-        if (!parseInt(number, &value) || value < 1 || value > MaxRows)
-            return false;
-        row = int(value - 1);
+        if (!parseInt(number, &value) || value < 1)
+            return refuse(QObject::tr("the row number '%1'").arg(QString::fromUtf8(number)));
+        row = int(qMin<qint64>(value, MaxRows + 1) - 1);
     }
     if (row >= MaxRows)
-        return false;
+        return refuse(gridLimit(), true);
     m_row = row;
     m_nextRow = row + 1;
     m_nextColumn = 0;
@@ -388,6 +533,7 @@ bool SheetHandler::startRow(const char **attributes)
 
 bool SheetHandler::startCell(const char **attributes)
 {
+    m_sheet.cellStarts();
     m_cellRow = m_row;
     m_column = m_nextColumn;
     // One pass over the attributes: the cell's are all unqualified one-letter names.
@@ -403,10 +549,11 @@ bool SheetHandler::startCell(const char **attributes)
         else if (name[0] == 's' && name[1] == '\0')
             style = a[1];
     }
-    if (ref && !parseReference(ref, &m_cellRow, &m_column))
-        return false;
-    if (m_column >= MaxColumns)
-        return false;
+    const Reference reference = ref ? parseReference(ref, &m_cellRow, &m_column) : Reference::Valid;
+    if (reference == Reference::Invalid)
+        return refuse(QObject::tr("the cell reference '%1'").arg(QString::fromUtf8(ref)));
+    if (reference == Reference::OutsideGrid || m_column >= MaxColumns)
+        return refuse(gridLimit(), true);
     m_nextColumn = m_column + 1;
     const std::string_view t = type ? type : "";
     if (t.empty() || t == "n")
@@ -429,7 +576,7 @@ bool SheetHandler::startCell(const char **attributes)
 bool SheetHandler::endCell()
 {
     Cell cell = {quint16(m_column), Cell::String, Display::Number, 0, 0};
-    const quint32 start = quint32(m_sheet.m_pool.size());
+    const quint32 start = quint32(m_sheet.texts().size());
     if (m_hasInline) {
         cell.a = m_inline.pos;
         cell.b = m_inline.size;
@@ -438,12 +585,12 @@ bool SheetHandler::endCell()
     } else if (m_type == Type::Shared) {
         qint64 index = -1;
         if (!parseInt(trimmed(m_value), &index) || index < 0
-            || size_t(index) >= m_sheet.m_sharedStrings.size()
-            || m_sheet.m_sharedStrings[index].size == 0)
+            || index >= m_sheet.m_sharedStrings.size()
+            || m_sheet.m_sharedStrings.at(int(index)).size == 0)
             return true;
         cell.kind = Cell::Shared;
         cell.a = quint32(index);
-        return m_sheet.addCell(m_cellRow, cell);
+        return m_sheet.addCell(m_cellRow, cell) || refuse(cellLimit(), true);
     } else {
         double number;
         if (m_type == Type::Number && parseNumber(m_value, &number)) {
@@ -453,7 +600,7 @@ bool SheetHandler::endCell()
             cell = {quint16(m_column), Cell::Number,
                     styled ? m_sheet.displays.at(m_style) : Display::Number, quint32(bits >> 32),
                     quint32(bits)};
-            return m_sheet.addCell(m_cellRow, cell);
+            return m_sheet.addCell(m_cellRow, cell) || refuse(cellLimit(), true);
         }
         std::string_view text = m_value;
         if (m_type == Type::Boolean) {
@@ -467,16 +614,18 @@ bool SheetHandler::endCell()
         if (m_type != Type::String)
             cell.kind = Cell::Verbatim;
         if (!m_sheet.appendText(text.data(), text.size()))
-            return false;
+            return refuse(textLimit(0, m_sheet.textTotal() + qint64(text.size())), true);
         cell.a = start;
         cell.b = quint32(text.size());
     }
-    return cell.b == 0 || m_sheet.addCell(m_cellRow, cell);
+    return cell.b == 0 || m_sheet.addCell(m_cellRow, cell) || refuse(cellLimit(), true);
 }
 
 bool SheetHandler::finish()
 {
-    return m_sheetDataSeen && m_sheet.finish();
+    if (!m_sheetDataSeen)
+        return refuse(QObject::tr("it holds no sheetData element"));
+    return m_sheet.finish() || refuse(QObject::tr("a data area over 67,108,864 cells"), true);
 }
 
 } // namespace Xlsx

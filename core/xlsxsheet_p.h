@@ -8,6 +8,7 @@
 #include <QString>
 #include <QVector>
 
+#include <functional>
 #include <memory>
 #include <string>
 #include <vector>
@@ -45,14 +46,32 @@ private:
     size_t m_size = 0;
 };
 
-// The cells of one worksheet and the texts they use, stored by row and column.
+// The cells of one worksheet and the texts they use, stored by row and column; or, to read a
+// sheet of any size, only checked and bounded (Scan), then handed on row by row (Stream).
 class SheetData
 {
 public:
+    enum class Mode { Store, Scan, Stream };
+    // Receives each row that holds cells, in order, with its cells by column.
+    using RowFunction = std::function<bool(int row, const Cell *cells, size_t count)>;
+
     QString text(int row, int column) const;
     int rows() const { return m_rows; }
     int columns() const { return m_columns; }
-    bool isEmpty() const { return m_cells.size() == 0; }
+    bool isEmpty() const { return m_mode == Mode::Store ? m_cells.size() == 0 : m_seen == 0; }
+    // After a scan: whether the cells came in order, so that they can be streamed.
+    bool isOrdered() const { return m_sorted; }
+    Mode mode() const { return m_mode; }
+    // Texts read from here on are kept only while their cell or row needs them.
+    void setMode(Mode mode, RowFunction rowReady = {});
+    // A sheet that shares this one's shared strings and cell formats, to stream on another
+    // thread while this one scans.
+    std::unique_ptr<SheetData> sharedCopy() const;
+    // The text of a stored or streamed string cell.
+    QString cellText(const Cell &cell) const;
+    // As cellText, as UTF-8 appended to out; false, with nothing appended, when UTF-8 cannot
+    // carry it (an escaped lone surrogate).
+    bool appendCellUtf8(const Cell &cell, QByteArray *out) const;
 
     bool date1904 = false;
     QVector<Display> displays; // by cell format index
@@ -74,13 +93,26 @@ private:
     };
 
     bool appendText(const char *text, size_t size);
-    Span takeText(quint32 start) const { return {start, quint32(m_pool.size()) - start}; }
+    // Where the texts of cells go: with the shared strings when stored, else only for a row.
+    QByteArray &texts() { return m_mode == Mode::Store ? m_pool : m_rowTexts; }
+    const QByteArray &texts() const { return m_mode == Mode::Store ? m_pool : m_rowTexts; }
+    // What the texts limit counts: a scan counts the row's texts that a stream would hold.
+    qint64 textTotal() const
+    {
+        return m_pool.size() + (m_mode == Mode::Store ? 0 : m_rowTexts.size() + m_scannedRowTexts);
+    }
+    Span takeText(quint32 start) const { return {start, quint32(texts().size()) - start}; }
     bool addCell(int row, const Cell &cell);
+    bool scanCell(int row, const Cell &cell);
+    bool streamCell(int row, Cell cell);
+    bool flushRow();
+    void cellStarts();
     bool finish();
     void sortCells();
 
-    QByteArray m_pool; // UTF-8 texts back to back
-    std::vector<Span> m_sharedStrings;
+    // UTF-8 texts back to back; shared with copies made for streaming, which only read them.
+    QByteArray m_pool;
+    QVector<Span> m_sharedStrings;
     CellList m_cells;
     // While reading: the first cell of every run of cells in one row. Then: rows by index.
     std::vector<RowStart> m_runs;
@@ -88,6 +120,15 @@ private:
     bool m_sorted = true;
     int m_rows = 0;
     int m_columns = 0;
+
+    Mode m_mode = Mode::Store;
+    QByteArray m_rowTexts; // Scan, Stream
+    qint64 m_scannedRowTexts = 0; // Scan: of the cells before in the row
+    size_t m_seen = 0; // Scan: cells met
+    int m_lastRow = -1;
+    int m_lastColumn = -1;
+    RowFunction m_rowReady; // Stream
+    std::vector<Cell> m_rowCells;
 };
 
 // Collects the text of a rich text element (<si>, <is>) without its phonetic guides into the
@@ -100,7 +141,8 @@ public:
     bool active() const { return m_baseDepth > 0; }
     // Called for every element inside; depth counts from the document root.
     void start(Ns ns, const char *name, int depth);
-    bool characters(const char *text, int size, int depth);
+    // False, with the limit passed set on the handler, when the text grows too large.
+    bool characters(const char *text, int size, int depth, XmlHandler *handler);
     // At the end tag of an element; true when it closes the rich text.
     bool end(int depth, SheetData::Span *span);
 

@@ -2,6 +2,7 @@
 
 #include <QDate>
 #include <QLocale>
+#include <QObject>
 
 #include <charconv>
 #include <cmath>
@@ -201,7 +202,7 @@ bool StylesHandler::startElement(Ns ns, const char *name, const char **attribute
         m_formats.insert(id, QString::fromUtf8(attribute(attributes, Ns::None, "formatCode")));
     } else if (m_inCellXfs && std::strcmp(name, "xf") == 0) {
         if (m_formatIds.size() >= MaxCellFormats)
-            return false;
+            return refuse(QObject::tr("more than %1 cell formats").arg(MaxCellFormats), true);
         m_formatIds.append(id);
     }
     return true;

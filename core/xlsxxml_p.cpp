@@ -2,6 +2,7 @@
 #include "vectorstate_p.h"
 
 #include <QIODevice>
+#include <QObject>
 
 // The amplification limits are declared only for a parser built with DTD support, as Debian's is.
 #ifndef XML_DTD
@@ -60,6 +61,7 @@ struct Context
 {
     XML_Parser parser;
     XmlHandler *handler;
+    bool undefinedEntity;
 };
 
 void stopIf(bool failed, void *data)
@@ -88,6 +90,7 @@ void XMLCALL onText(void *data, const XML_Char *text, int size)
 // An entity that cannot be expanded is an error, not an empty string.
 void XMLCALL onSkippedEntity(void *data, const XML_Char *, int)
 {
+    static_cast<Context *>(data)->undefinedEntity = true;
     stopIf(true, data);
 }
 
@@ -114,15 +117,19 @@ const char *attribute(const char **attributes, Ns ns, const char *name)
     return nullptr;
 }
 
-// Streams at most maxSize bytes of the device through expat with namespace processing; false
-// when the part is larger, not well-formed, multiplies itself through entities, or the handler
-// refuses it.
-bool parseXml(QIODevice &device, qint64 maxSize, XmlHandler &handler)
+// Streams at most maxSize bytes of the device through expat with namespace processing; false,
+// with the reason in *error, when the part is larger, not well-formed, multiplies itself through
+// entities, or the handler refuses it.
+bool parseXml(QIODevice &device, qint64 maxSize, XmlHandler &handler, XmlError *error)
 {
+    *error = XmlError();
     const XML_Parser parser = XML_ParserCreateNS(nullptr, Separator);
-    if (!parser)
+    if (!parser) {
+        error->kind = XmlError::Kind::Limit;
+        error->detail = QObject::tr("no memory for an XML parser");
         return false;
-    Context context{parser, &handler};
+    }
+    Context context{parser, &handler, false};
     XML_SetUserData(parser, &context);
     XML_SetElementHandler(parser, onStart, onEnd);
     XML_SetCharacterDataHandler(parser, onText);
@@ -139,11 +146,36 @@ bool parseXml(QIODevice &device, qint64 maxSize, XmlHandler &handler)
         last = size == 0;
         clearUpperVectorState(); // inflating reads through Qt
 
-        ok = size >= 0 && total <= maxSize
-                && XML_ParseBuffer(parser, int(size), last) == XML_STATUS_OK;
+        if (size < 0) {
+            error->kind = buffer ? XmlError::Kind::Unreadable : XmlError::Kind::Limit;
+            error->detail = buffer ? QString() : QObject::tr("no memory for the XML text");
+            break;
+        }
+        if (total > maxSize) {
+            error->kind = XmlError::Kind::TooLarge;
+            break;
+        }
+        ok = XML_ParseBuffer(parser, int(size), last) == XML_STATUS_OK;
+    }
+    if (error->kind == XmlError::Kind::None && !ok) {
+        error->line = qint64(XML_GetCurrentLineNumber(parser));
+        const XML_Error code = XML_GetErrorCode(parser);
+        if (code == XML_ERROR_ABORTED && context.undefinedEntity) {
+            error->kind = XmlError::Kind::Malformed;
+            error->detail = QObject::tr("undefined entity");
+        } else if (code == XML_ERROR_ABORTED) {
+            error->kind = handler.limitPassed ? XmlError::Kind::Limit : XmlError::Kind::Damaged;
+            error->detail = handler.refusal;
+        } else if (code == XML_ERROR_AMPLIFICATION_LIMIT_BREACH) {
+            error->kind = XmlError::Kind::Limit;
+            error->detail = QObject::tr("entities multiply the text");
+        } else {
+            error->kind = XmlError::Kind::Malformed;
+            error->detail = QString::fromUtf8(XML_ErrorString(code));
+        }
     }
     XML_ParserFree(parser);
-    return ok;
+    return error->kind == XmlError::Kind::None;
 }
 
 } // namespace Xlsx

@@ -1,7 +1,7 @@
 #ifndef CORE_XLSXXML_P_H
 #define CORE_XLSXXML_P_H
 
-#include <QtGlobal>
+#include <QString>
 
 class QIODevice;
 
@@ -21,12 +21,33 @@ public:
     virtual bool startElement(Ns ns, const char *name, const char **attributes) = 0;
     virtual bool endElement() { return true; }
     virtual bool characters(const char *, int) { return true; }
+
+    // Set with a false result: why the part was refused, and whether a limit (rather than
+    // damaged content) refused it.
+    QString refusal;
+    bool limitPassed = false;
+
+    bool refuse(const QString &reason, bool limit = false)
+    {
+        refusal = reason;
+        limitPassed = limit;
+        return false;
+    }
+};
+
+// Why a part failed to parse.
+struct XmlError
+{
+    enum class Kind { None, Unreadable, TooLarge, Malformed, Damaged, Limit };
+    Kind kind = Kind::None;
+    qint64 line = 0;
+    QString detail; // expat's text or the handler's refusal
 };
 
 // The value of the attribute name in namespace ns, or null.
 const char *attribute(const char **attributes, Ns ns, const char *name);
 
-bool parseXml(QIODevice &device, qint64 maxSize, XmlHandler &handler);
+bool parseXml(QIODevice &device, qint64 maxSize, XmlHandler &handler, XmlError *error);
 
 } // namespace Xlsx
 } // namespace Core

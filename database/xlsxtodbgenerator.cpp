@@ -3,11 +3,12 @@
 #include "progressreport_p.h"
 #include "tablewriter_p.h"
 
-#include <core/xlsxreader.h>
+#include <core/xlsxrowreader_p.h>
 
 #include <QObject>
 #include <QSqlDatabase>
 
+#include <cstring>
 #include <memory>
 
 namespace Database {
@@ -33,12 +34,116 @@ QString XlsxToDBGenerator::getLog() const
     return m_log;
 }
 
+namespace {
+
+// The importers' message for a table that is not ready, as makeDatabase keeps it.
+bool prepareTable(QSqlDatabase &database, const QString &tableName, int columnCount, QString *log)
+{
+    const TableWriter::Table table = TableWriter::prepareTable(database, tableName, columnCount);
+    *log = TableWriter::message(table, *log);
+    return table == TableWriter::Table::Created || table == TableWriter::Table::Emptied;
+}
+
+// Writes rows into tableName inside one transaction; the first bad row rolls the whole batch
+// back. True when every row went in.
+bool writeBatch(const RowBatch &rows, int columnCount, const QString &databaseFile,
+                const QString &tableName, QString *log)
+{
+    if (rows.isEmpty()) {
+        *log = QObject::tr("The source file is empty");
+        return false;
+    }
+    if (databaseFile.isEmpty()) {
+        *log = QObject::tr("Database name empty");
+        return false;
+    }
+    if (tableName.isEmpty()) {
+        *log = QObject::tr("Table name empty");
+        return false;
+    }
+
+    QSqlDatabase db;
+    if (!TableWriter::openConnection(&db, databaseFile)) {
+        *log = QObject::tr("Open database file failed!");
+        return false;
+    }
+    if (!prepareTable(db, tableName, columnCount, log)) {
+        db.close();
+        return false;
+    }
+
+    TableWriter writer(db, tableName, columnCount, TableWriter::Rows::StopAtFirst);
+    if (!writer.begin()) {
+        db.close();
+        *log = QObject::tr("Database transaction error!");
+        return false;
+    }
+    // A commit that fails (a full disk, a lock) leaves the batch unwritten, so it fails too.
+    bool ok = writer.insert(rows) == TableWriter::Insert::Inserted && writer.commit(nullptr);
+    if (!ok) {
+        writer.rollback(nullptr);
+        // Replaces the row message on purpose: a failed batch reads as a failed commit.
+        *log = QObject::tr("Database commit error");
+    }
+    db.close();
+    return ok;
+}
+
+// Whether the direct path would bind the UTF-8 of this text as the text itself: not for what
+// SQLite converts from UTF-16 in its own way (see appendUtf8 in tablewriter.cpp), which is
+// the 4-byte sequences, U+FFFE, U+FFFF and a leading byte-order mark.
+bool bindsAsUtf8(const char *text, int size)
+{
+    if (size >= 3 && std::memcmp(text, "\xef\xbb\xbf", 3) == 0)
+        return false;
+    for (int i = 0; i < size; ++i) {
+        const uchar c = uchar(text[i]);
+        if (c < 0xef)
+            continue;
+        if (c >= 0xf0
+            || (i + 2 < size && uchar(text[i + 1]) == 0xbf && (uchar(text[i + 2]) & 0xfe) == 0xbe))
+            return false;
+    }
+    return true;
+}
+
+// Appends a row of the sheet to the batch: as UTF-8 fields where that binds the same text,
+// otherwise as the decoded texts the exact path binds.
+void appendRow(RowBatch *batch, const Core::XlsxRow &row, int columnCount)
+{
+    const char *bytes = row.bytes.constData();
+    bool plain = row.inexact.isEmpty();
+    for (int column = 0; plain && column < columnCount; ++column)
+        plain = bindsAsUtf8(bytes + row.ends.at(column),
+                            row.ends.at(column + 1) - row.ends.at(column));
+    if (plain) {
+        batch->beginRow();
+        for (int column = 0; column < columnCount; ++column)
+            batch->appendField(bytes + row.ends.at(column),
+                               row.ends.at(column + 1) - row.ends.at(column));
+        batch->endRow();
+        return;
+    }
+    QStringList fields;
+    fields.reserve(columnCount);
+    for (int column = 0; column < columnCount; ++column) {
+        fields.append(row.inexact.contains(column)
+                              ? row.inexact.value(column)
+                              : QString::fromUtf8(bytes + row.ends.at(column),
+                                                  row.ends.at(column + 1) - row.ends.at(column)));
+    }
+    batch->append(fields);
+}
+
+} // namespace
+
 // Reads every row of the sheet's data area, the first one included, and writes it in batches
-// of batchRows rows; a failed batch does not stop the following ones.
+// of batchRows rows; a failed batch does not stop the following ones. The sheet is checked
+// whole before the first batch and then read row by row, so that memory does not grow with it.
 bool XlsxToDBGenerator::parserFromFile(const QString &sourceFile, const QString &databaseFile,
                                        qint64, int batchRows)
 {
-    std::unique_ptr<Core::XlsxReader> reader(new Core::XlsxReader);
+    std::unique_ptr<Core::XlsxRowReader> reader(new Core::XlsxRowReader);
     if (!reader->open(sourceFile)) {
         m_log = QObject::tr("Cannot open file %1 for reading.").arg(sourceFile);
         return false;
@@ -52,43 +157,44 @@ bool XlsxToDBGenerator::parserFromFile(const QString &sourceFile, const QString 
     m_columnCount = reader->columnCount();
     bool result = true;
     int tableIndex = 1;
-    int rowsInBatch = 0;
-    bool pending = false;
     const auto cancelled = [this] {
         m_log = QObject::tr("Import cancelled");
         return false;
     };
     // Rows of the sheet; a cancel drops the batch being read, committed tables stay.
-    ProgressReport progress(reader->rowCount());
-    if (reader->rowCount() < 1)
+    const int rows = reader->rowCount();
+    ProgressReport progress(rows);
+    if (rows < 1)
         return progress.finish() || cancelled();
 
-    for (int row = 0; row < reader->rowCount() && progress.advance(row); ++row) {
-        QStringList values;
-        values.reserve(m_columnCount);
-        for (int column = 0; column < m_columnCount; ++column)
-            values.append(reader->textAt(row, column));
-        if (values.isEmpty())
-            continue;
-        m_values.append(values);
-        ++rowsInBatch;
-        pending = true;
-        if (rowsInBatch >= batchRows) {
-            if (!progress.advance(row + 1, true))
-                break;
-            result = generateDatabase(databaseFile,
-                                      QStringLiteral("table") + QString::number(tableIndex))
-                    && result;
-            ++tableIndex;
-            m_values.clear();
-            pending = false;
-            rowsInBatch = 0;
-        }
-    }
-    if (!progress.isCancelled() && progress.finish() && pending)
-        result = generateDatabase(databaseFile,
-                                  QStringLiteral("table") + QString::number(tableIndex))
+    RowBatch batch;
+    const auto writeTable = [&] {
+        result = writeBatch(batch, m_columnCount, databaseFile,
+                            QStringLiteral("table") + QString::number(tableIndex), &m_log)
                 && result;
+        ++tableIndex;
+        batch.clear();
+    };
+    const bool read = reader->readRows([&](const Core::XlsxRow &row) {
+        if (!progress.advance(row.index))
+            return false;
+        appendRow(&batch, row, m_columnCount);
+        if (batch.size() >= batchRows) {
+            if (!progress.advance(row.index + 1, true))
+                return false;
+            writeTable();
+        }
+        return true;
+    });
+    if (progress.isCancelled())
+        return cancelled();
+    if (!read) {
+        // The file changed after it was checked.
+        m_log = QObject::tr("Cannot open file %1 for reading.").arg(sourceFile);
+        return false;
+    }
+    if (progress.finish() && !batch.isEmpty())
+        writeTable();
     return progress.isCancelled() ? cancelled() : result;
 }
 
@@ -96,45 +202,7 @@ bool XlsxToDBGenerator::parserFromFile(const QString &sourceFile, const QString 
 // batch back. True when every row went in.
 bool XlsxToDBGenerator::generateDatabase(const QString &databaseFile, const QString &tableName)
 {
-    if (m_values.isEmpty()) {
-        m_log = QObject::tr("The source file is empty");
-        return false;
-    }
-    if (databaseFile.isEmpty()) {
-        m_log = QObject::tr("Database name empty");
-        return false;
-    }
-    if (tableName.isEmpty()) {
-        m_log = QObject::tr("Table name empty");
-        return false;
-    }
-
-    QSqlDatabase db;
-    if (!TableWriter::openConnection(&db, databaseFile)) {
-        m_log = QObject::tr("Open database file failed!");
-        return false;
-    }
-    if (!makeDatabase(db, tableName, m_columnCount)) {
-        db.close();
-        return false;
-    }
-
-    TableWriter writer(db, tableName, m_columnCount, TableWriter::Rows::StopAtFirst);
-    if (!writer.begin()) {
-        db.close();
-        m_log = QObject::tr("Database transaction error!");
-        return false;
-    }
-    // A commit that fails (a full disk, a lock) leaves the batch unwritten, so it fails too.
-    bool ok = writer.insert(RowBatch(m_values)) == TableWriter::Insert::Inserted
-            && writer.commit(nullptr);
-    if (!ok) {
-        writer.rollback(nullptr);
-        // Replaces the row message on purpose: a failed batch reads as a failed commit.
-        m_log = QObject::tr("Database commit error");
-    }
-    db.close();
-    return ok;
+    return writeBatch(RowBatch(m_values), m_columnCount, databaseFile, tableName, &m_log);
 }
 
 // Makes sure tableName exists empty with the generated layout: an existing table is emptied
@@ -142,9 +210,7 @@ bool XlsxToDBGenerator::generateDatabase(const QString &databaseFile, const QStr
 bool XlsxToDBGenerator::makeDatabase(QSqlDatabase &database, const QString &tableName,
                                      const int &columnCount)
 {
-    const TableWriter::Table table = TableWriter::prepareTable(database, tableName, columnCount);
-    m_log = TableWriter::message(table, m_log);
-    return table == TableWriter::Table::Created || table == TableWriter::Table::Emptied;
+    return prepareTable(database, tableName, columnCount, &m_log);
 }
 
 } // namespace Database

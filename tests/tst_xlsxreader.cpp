@@ -3,78 +3,17 @@
 
 #include "testsupport.h"
 #include "xlsxfixture.h"
-
-#include <quazip.h>
-#include <quazipfile.h>
+#include "xlsxparts.h"
 
 #include <QtTest>
 
 #include <sys/resource.h>
 
-// Part name -> content of a hand-made package; a part without a name is the whole file.
-using Parts = QMap<QString, QByteArray>;
+using namespace TestSupport;
 
 namespace {
 
-const QByteArray Ns = "http://schemas.openxmlformats.org/";
-const QString Sheet = QStringLiteral("xl/worksheets/sheet1.xml");
-
-// Relationships of the given types and targets, with ids rId0, rId2, rId4, ...
-QByteArray rels(const QList<QByteArray> &typeAndTarget)
-{
-    QByteArray xml = "<Relationships xmlns='" + Ns + "package/2006/relationships'>";
-    for (int i = 0; i < typeAndTarget.size(); i += 2)
-        xml += "<Relationship Id='rId" + QByteArray::number(i) + "' Type='" + Ns
-                + "officeDocument/2006/relationships/" + typeAndTarget.at(i) + "' Target='"
-                + typeAndTarget.at(i + 1) + "'/>";
-    return xml + "</Relationships>";
-}
-
-// A workbook of one sheet with shared strings (<si> items) and styles; workbook is the content
-// of <workbook> before <sheets>. In rows, {attributes:value} is <c attributes><v>value</v></c>
-// and {attributes"text"} an inline string cell.
-Parts package(const QByteArray &rows, const QByteArray &sharedStrings = {},
-              const QByteArray &styles = {}, const QByteArray &workbook = {})
-{
-    const QByteArray main = " xmlns='" + Ns + "spreadsheetml/2006/main'";
-    const QString cells = QString::fromUtf8(rows)
-            .replace(QRegularExpression("\\{([^:\"{}]*):([^{}]*)\\}"), "<c \\1><v>\\2</v></c>")
-            .replace(QRegularExpression("\\{([^:\"{}]*)\"([^\"]*)\"\\}"),
-                     "<c \\1 t='inlineStr'><is><t>\\2</t></is></c>");
-    return {{"_rels/.rels", rels({"officeDocument", "xl/workbook.xml"})},
-            {"xl/_rels/workbook.xml.rels", rels({"worksheet", "worksheets/sheet1.xml",
-                    "sharedStrings", "sharedStrings.xml", "styles", "styles.xml"})},
-            {"xl/workbook.xml", "<workbook" + main + " xmlns:r='" + Ns + "officeDocument/2006/"
-                    "relationships'>" + workbook + "<sheets><sheet r:id='rId0'/></sheets>"
-                    "</workbook>"},
-            {Sheet, "<worksheet" + main + "><sheetData>" + cells.toUtf8()
-                    + "</sheetData></worksheet>"},
-            {"xl/sharedStrings.xml", "<sst" + main + ">" + sharedStrings + "</sst>"},
-            {"xl/styles.xml", "<styleSheet" + main + ">" + styles + "</styleSheet>"}};
-}
-
-// parts with one part replaced; null content removes it.
-Parts with(Parts parts, const QString &name, const QByteArray &content)
-{
-    content.isNull() ? void(parts.remove(name)) : void(parts.insert(name, content));
-    return parts;
-}
-
-bool writeParts(const QString &path, const Parts &parts)
-{
-    if (parts.contains(QString()))
-        return TestSupport::writeFile(path, parts.value(QString()));
-    QuaZip zip(path);
-    bool ok = zip.open(QuaZip::mdCreate);
-    for (auto it = parts.cbegin(); ok && it != parts.cend(); ++it) {
-        QuaZipFile file(&zip);
-        // Stored, not deflated: a damaged byte is then for the checksum alone to find.
-        ok = file.open(QIODevice::WriteOnly, QuaZipNewInfo(it.key()), nullptr, 0, 0)
-                && file.write(*it) == it->size();
-    }
-    zip.close();
-    return ok && zip.getZipError() == UNZ_OK;
-}
+const QString Sheet = sheetPart();
 
 // The reader's data area: cells joined by '|', rows by '\n'.
 QString dump(const Core::XlsxReader &reader)
@@ -102,6 +41,8 @@ private slots:
     void numberFormats();
     void files_data();
     void files();
+    void refusals_data();
+    void refusals();
 
 private:
     QTemporaryDir m_dir;
@@ -214,11 +155,13 @@ void tst_XlsxReader::files_data()
     QByteArray bytes = TestSupport::readFile(whole);
     QTest::newRow("truncated") << Parts{{QString(), bytes.left(bytes.size() - 30)}} << refused;
     QTest::newRow("damaged") << Parts{{QString(), bytes.replace("v>", "w>")}} << refused;
+    // Damaged package relationships fall back to the usual workbook place, as other readers do.
     for (const QString &part : base.keys()) {
+        const QString outcome = part == "_rels/.rels" ? "1" : refused;
         QTest::addRow("malformed %s", qPrintable(part)) << with(base, part, base.value(part) + "<")
-                                                        << refused;
+                                                        << outcome;
         QTest::addRow("without %s", qPrintable(part))
-                << with(base, part, part.startsWith('_') ? "" : QByteArray()) << refused;
+                << with(base, part, part.startsWith('_') ? "" : QByteArray()) << outcome;
     }
     QTest::newRow("no worksheet") << with(base, "xl/workbook.xml", QByteArray(base.value(
             "xl/workbook.xml")).replace("<sheet ", "<chartsheet ")) << refused;
@@ -248,6 +191,91 @@ void tst_XlsxReader::files_data()
                 + QByteArray(sheet).replace(">1<", dtd == laughs ? ">&g;<" : ">&k;<")) << refused;
 }
 
+// An OLE2 compound file of one directory sector holding the root and the named streams.
+QByteArray compoundFile(const QStringList &streams)
+{
+    const auto le = [](QByteArray *bytes, int at, quint32 value, int size) {
+        for (int i = 0; i < size; ++i)
+            (*bytes)[at + i] = char(value >> (8 * i));
+    };
+    QByteArray header(512, '\0'), table(512, '\xff'), directory(512, '\0');
+    header.replace(0, 8, QByteArray::fromHex("d0cf11e0a1b11ae1"));
+    le(&header, 24, 0x3e, 2), le(&header, 26, 3, 2), le(&header, 28, 0xfffe, 2);
+    le(&header, 30, 9, 2), le(&header, 32, 6, 2), le(&header, 44, 1, 4), le(&header, 48, 1, 4);
+    le(&header, 56, 4096, 4), le(&header, 60, 0xfffffffe, 4), le(&header, 68, 0xfffffffe, 4);
+    header.replace(76, 436, QByteArray(436, '\xff'));
+    le(&header, 76, 0, 4); // the allocation table is sector 0, the directory sector 1
+    le(&table, 0, 0xfffffffd, 4), le(&table, 4, 0xfffffffe, 4);
+    const QStringList names = QStringList{"Root Entry"} + streams;
+    for (int i = 0; i < names.size(); ++i) {
+        for (int c = 0; c < names.at(i).size(); ++c)
+            le(&directory, 128 * i + 2 * c, names.at(i).at(c).unicode(), 2);
+        le(&directory, 128 * i + 64, 2 * (names.at(i).size() + 1), 2);
+        directory[128 * i + 66] = char(i == 0 ? 5 : 2);
+    }
+    return header + table + directory;
+}
+
+void tst_XlsxReader::refusals_data()
+{
+    QTest::addColumn<Parts>("parts");
+    QTest::addColumn<QString>("reason");
+
+    QTest::newRow("text") << Parts{{QString(), "a,b\n1,2\n"}}
+                          << "The file is not a zip archive, so it is no .xlsx or .xlsm workbook.";
+    QTest::newRow("password") << Parts{{QString(), compoundFile({"\x06" "DataSpaces",
+                                                                  "EncryptionInfo",
+                                                                  "EncryptedPackage"})}}
+                              << "The workbook is protected by a password; save a copy without "
+                                 "the password to import it.";
+    QTest::newRow("legacy") << Parts{{QString(), compoundFile({"\x05SummaryInformation",
+                                                                "Workbook"})}}
+                            << "The file is a legacy binary .xls workbook; save it as .xlsx to "
+                               "import it.";
+    QTest::newRow("other compound") << Parts{{QString(), compoundFile({"WordDocument"})}}
+            << "The file is an OLE2 compound document, not an .xlsx workbook.";
+    QTest::newRow("OpenDocument")
+            << Parts{{"mimetype", "application/vnd.oasis.opendocument.spreadsheet"},
+                     {"content.xml", "<office:document-content/>"}}
+            << "The file is an OpenDocument file, not an .xlsx workbook; save it as .xlsx to "
+               "import it.";
+    const Parts base = package("<row>{:1}</row>");
+    const QByteArray sheet = base.value(Sheet);
+    QTest::newRow("zip of other files") << Parts{{"readme.txt", "hello"}}
+                                        << "The workbook has no part xl/workbook.xml.";
+    QTest::newRow("no worksheet") << with(base, "xl/workbook.xml", QByteArray(base.value(
+            "xl/workbook.xml")).replace("<sheet ", "<chartsheet ")) << "The workbook has no worksheet.";
+    QTest::newRow("malformed") << with(base, Sheet, QByteArray(sheet).replace("<row>", "\n\n<row>")
+                                                  .replace("</row>", "</rows>"))
+            << "The part " + Sheet + " is not well-formed XML at line 3: mismatched tag.";
+    QTest::newRow("damaged") << package("<row>{r='A-1':1}</row>")
+            << "The part " + Sheet + " is damaged at line 1: the cell reference 'A-1'.";
+    QTest::newRow("no sheet data") << with(base, Sheet, QByteArray(sheet).replace("sheetData", "x"))
+            << "The part " + Sheet + " is damaged: it holds no sheetData element.";
+    QTest::newRow("grid") << package("<row>{r='XFE1':1}</row>")
+            << "The part " + Sheet + " passes a limit at line 1: a cell beyond the grid of "
+               "1,048,576 rows by 16,384 columns.";
+    QTest::newRow("entities") << with(base, Sheet, "<!DOCTYPE w [<!ENTITY a '" + QByteArray(64, 'a')
+            + "'><!ENTITY b '" + QByteArray("&a;").repeated(40000) + "'>]>\n"
+            + QByteArray(sheet).replace(">1<", ">&b;<"))
+            << "The part " + Sheet + " passes a limit at line 2: entities multiply the text.";
+}
+
+// Every refusal says why, in the words a user reads.
+void tst_XlsxReader::refusals()
+{
+    QFETCH(Parts, parts);
+    const QString file = m_dir.filePath("refused.xlsx");
+    QVERIFY(writeParts(file, parts));
+    Core::XlsxReader reader;
+    QVERIFY(!reader.open(file));
+    QTEST(reader.errorString(), "reason");
+    // The check an importer makes, holding no cells, gives the same reason.
+    Core::XlsxReader checker;
+    QVERIFY(!checker.check(file));
+    QTEST(checker.errorString(), "reason");
+}
+
 // Hand-made packages: a refused file leaves the reader empty, whatever it held before.
 void tst_XlsxReader::files()
 {
@@ -258,6 +286,9 @@ void tst_XlsxReader::files()
     Core::XlsxReader reader;
     QVERIFY(reader.open(m_dir.filePath("whole.xlsx")));
     QCOMPARE(reader.open(file), !expected.isNull());
+    QCOMPARE(reader.errorString().isEmpty(), !expected.isNull());
+    Core::XlsxReader checker;
+    QCOMPARE(checker.check(file), !expected.isNull());
     QCOMPARE(dump(reader), expected);
     QCOMPARE(reader.isEmpty(), expected.isEmpty());
 }

@@ -1,10 +1,15 @@
 #include <database/progressscope.h>
 #include <database/xlsxtodbgenerator.h>
+#include <core/xlsxreader.h>
 
 #include "testsupport.h"
 #include "xlsxfixture.h"
+#include "xlsxparts.h"
 
 #include <QtTest>
+
+#include <malloc.h>
+#include <unistd.h>
 
 using Database::XlsxToDBGenerator;
 using TestSupport::sqliteQuery;
@@ -18,6 +23,9 @@ private slots:
     void initTestCase() { QStandardPaths::setTestModeEnabled(true); }
     void import_data();
     void import();
+    void sheets_data();
+    void sheets();
+    void memoryIsFlat();
 
 private:
     QTemporaryDir m_dir;
@@ -80,5 +88,107 @@ void tst_XlsxToDBGenerator::import()
                                              "name GLOB 'table*';"),
              tables);
 }
+void tst_XlsxToDBGenerator::sheets_data()
+{
+    QTest::addColumn<QByteArray>("rows"); // as TestSupport::package takes them; "@N": N rows
+    QTest::addColumn<QByteArray>("tail"); // after the last row, inside <worksheet>
+    QTest::addColumn<bool>("imported");
+
+    // Shared strings: 0 "s0", 1 "", 2 an emoji, 3 "a_x0009_b".
+    QTest::newRow("gaps and blanks") << QByteArray("<row r='2'>{:1}{r='D2':2}</row><row/><row r='5'>"
+            "{t='s':1}{r='C5' t='s':0}</row>") << QByteArray() << true;
+    QTest::newRow("same place twice") << QByteArray("<row>{:1}{r='A1':2}{r='B1':3}{r='B1' t='s':1}"
+            "</row><row>{r='C2':4}{r='C2' \"\"}</row>") << QByteArray() << true;
+    QTest::newRow("out of order") << QByteArray("<row r='3'>{:3}</row><row r='1'>{r='B1':1}{r='A1':0}"
+            "</row><row r='2'>{r='C2':2}</row><row r='1'>{r='A1':9}</row>") << QByteArray() << true;
+    QTest::newRow("texts and numbers") << QByteArray("<row>{t='s':2}{t='s':3}{\"x_x0009_y\"}"
+            "{:0.1}{:-0}{t='b':1}{t='e':#N/A}{s='1':45351.75}</row>") << QByteArray() << true;
+    // Checked whole before the first of its two batches is written.
+    QTest::newRow("malformed after the last row") << QByteArray("@50001") << QByteArray("<x>")
+                                                  << false;
+    QTest::newRow("beyond the grid after the last row") << QByteArray("@50001")
+            << QByteArray("<sheetData><row r='1048577'/></sheetData>") << false;
+}
+
+// Whatever the order of the cells, every cell of table1 is the reader's text of it; a refused
+// sheet writes nothing.
+void tst_XlsxToDBGenerator::sheets()
+{
+    QFETCH(QByteArray, rows);
+    QFETCH(QByteArray, tail);
+    QFETCH(bool, imported);
+    if (rows.startsWith('@')) {
+        const int count = rows.mid(1).toInt();
+        rows.clear();
+        for (int row = 1; row <= count; ++row)
+            rows += "<row>{:" + QByteArray::number(row) + "}</row>";
+    }
+    Parts parts = TestSupport::package(rows, QByteArray("<si><t>s0</t></si><si><t/></si><si><t>"
+            "\xf0\x9f\x98\x80</t></si><si><t>a_x0009_b</t></si>"), "<cellXfs><xf/><xf numFmtId='22'/>"
+            "</cellXfs>");
+    parts[TestSupport::sheetPart()].replace("</worksheet>", tail + "</worksheet>");
+    const QString file = m_dir.filePath(QString(QTest::currentDataTag()) + ".xlsx");
+    const QString database = m_dir.filePath(QString(QTest::currentDataTag()) + ".db");
+    QVERIFY(TestSupport::writeParts(file, parts));
+
+    XlsxToDBGenerator generator;
+    QCOMPARE(generator.importOriginalFile(file, database), imported);
+    QCOMPARE(generator.getLog(), imported ? QString() : "Cannot open file " + file + " for reading.");
+    if (!imported) {
+        QVERIFY(!QFile::exists(database) || sqliteQuery(database, "SELECT count(*) FROM "
+                                                                  "sqlite_master;") == "0");
+        return;
+    }
+    Core::XlsxReader reader;
+    QVERIFY(reader.open(file));
+    QStringList expected;
+    for (int row = 0; row < reader.rowCount(); ++row) {
+        expected << QString::number(row + 1);
+        for (int column = 0; column < reader.columnCount(); ++column)
+            expected.last() += '|' + reader.textAt(row, column);
+    }
+    QCOMPARE(sqliteQuery(database, "SELECT * FROM table1;"), expected.join('\n'));
+}
+
+// The resident memory while a sheet is imported does not grow with its rows: 400,000 rows of
+// eight cells take no more than 100,000, which fill the reading ahead and a batch (held whole,
+// they took 28 MB more).
+void tst_XlsxToDBGenerator::memoryIsFlat()
+{
+    const auto residentKb = [] {
+        QFile statm("/proc/self/statm");
+        const QList<QByteArray> pages = statm.open(QIODevice::ReadOnly)
+                ? statm.readAll().split(' ') : QList<QByteArray>();
+        return pages.size() > 1 ? pages.at(1).toLongLong() * (sysconf(_SC_PAGESIZE) / 1024) : 0;
+    };
+    const QList<int> sizes{100000, 400000};
+    QByteArray strings;
+    for (char c = 'a'; c < 'i'; ++c)
+        strings += "<si><t>" + QByteArray(40, c) + "</t></si>";
+    for (int rows : sizes) {
+        const QByteArray row = "<row>" + QByteArray("{t='s':0}{t='s':1}{t='s':2}{t='s':3}{t='s':4}"
+                                                    "{t='s':5}{t='s':6}{t='s':7}") + "</row>";
+        QVERIFY(TestSupport::writeParts(m_dir.filePath(QString("flat%1.xlsx").arg(rows)),
+                                        TestSupport::package(row.repeated(rows), strings)));
+    }
+    QList<qint64> peaks; // above the resident memory before the import
+    for (int rows : sizes) {
+        malloc_trim(0); // the heap pages freed before are no longer counted
+        const qint64 before = residentKb();
+        qint64 peak = 0;
+        Database::ProgressScope scope([&](qint64, qint64) {
+            peak = qMax(peak, residentKb());
+            return true;
+        });
+        XlsxToDBGenerator generator;
+        QVERIFY2(generator.importOriginalFile(m_dir.filePath(QString("flat%1.xlsx").arg(rows)),
+                                              m_dir.filePath(QString("flat%1.db").arg(rows))),
+                 qPrintable(generator.getLog()));
+        peaks << peak - before;
+    }
+    QVERIFY2(peaks.at(0) > 0 && peaks.at(1) - peaks.at(0) < 12 * 1024,
+             qPrintable(QString("%1 KB, then %2 KB").arg(peaks.at(0)).arg(peaks.at(1))));
+}
+
 QTEST_GUILESS_MAIN(tst_XlsxToDBGenerator)
 #include "tst_xlsxtodbgenerator.moc"

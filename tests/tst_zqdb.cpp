@@ -98,6 +98,8 @@ void tst_Zqdb::messages_data()
     row("csv quote not closed", {"import", "@quote", "@dir/x.db", "--csv"}, 1,
         "Line 2: a quoted field is not closed.");
     row("import of a missing file", {"import", "/no/such.csv", "@dir/x.db"}, 1, "no such file");
+    row("import of a spreadsheet that is none", {"import", "@fakexlsx", "@dir/x.db"}, 1,
+        "Cannot open file @fakexlsx for reading.\n  The file is not a zip archive");
     row("import of a directory", {"import", "@dir", "@dir/x.db"}, 1, "is a directory");
     row("import into no directory", {"import", "@text", "@dir/no/x.db"}, 1, "does not exist");
     row("import into a text file", {"import", "@text", "@text"}, 1, "is not an SQLite database");
@@ -115,11 +117,14 @@ void tst_Zqdb::messages()
     QVERIFY(TestSupport::writeFile(m_catalogue->filePath("notes.txt"), "just notes\n"));
     QVERIFY(TestSupport::writeFile(m_catalogue->filePath("ragged.csv"), "a,b\nc,d,e\n"));
     QVERIFY(TestSupport::writeFile(m_catalogue->filePath("quote.csv"), "a,b\n\"c,d\ne\n"));
+    QVERIFY(TestSupport::writeFile(m_catalogue->filePath("notes.xlsx"), "just notes\n"));
     arguments.replaceInStrings("@text", m_catalogue->filePath("notes.txt"))
             .replaceInStrings("@ragged", m_catalogue->filePath("ragged.csv"))
             .replaceInStrings("@quote", m_catalogue->filePath("quote.csv"))
+            .replaceInStrings("@fakexlsx", m_catalogue->filePath("notes.xlsx"))
             .replaceInStrings("@dir", m_catalogue->root());
     const Run run = zqdb(arguments);
+    message.replace("@fakexlsx", m_catalogue->filePath("notes.xlsx"));
     QCOMPARE(run.exitCode, exitCode);
     QVERIFY2(run.err.contains(message) && run.out.isEmpty(), qPrintable(run.err));
     QCOMPARE(run.err.contains("--help"), exitCode == 2);

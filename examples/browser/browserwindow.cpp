@@ -9,6 +9,7 @@
 #include <database/xlsxtodbgenerator.h>
 
 #include <core/settings.h>
+#include <core/xlsxreader.h>
 
 #include <QApplication>
 #include <QComboBox>
@@ -220,7 +221,14 @@ void BrowserWindow::importSpreadsheet()
     const Outcome outcome = withProgress(tr("Importing %1").arg(source), [&] {
         return generator.importOriginalFile(source, targetFile(source));
     });
-    imported(outcome, generator.getLog(), source);
+    QString log = generator.getLog();
+    // The importer's log says only that the file was refused; the reader says why.
+    Core::XlsxReader reader;
+    if (outcome == Outcome::Failed
+        && log == QObject::tr("Cannot open file %1 for reading.").arg(source)
+        && !reader.check(source))
+        log += QLatin1Char('\n') + reader.errorString();
+    imported(outcome, log, source);
 }
 
 void BrowserWindow::exportCsv()

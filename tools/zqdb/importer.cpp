@@ -165,6 +165,11 @@ int Importer::run(const QString &source, const QString &target)
             Database::XlsxToDBGenerator generator;
             ok = generator.importOriginalFile(importPath, workPath);
             log = generator.getLog();
+            // The importer's log says only that the file was refused; the reader says why.
+            Core::XlsxReader reader;
+            if (!ok && log == QObject::tr("Cannot open file %1 for reading.").arg(importPath)
+                && !reader.check(importPath))
+                log += QLatin1Char('\n') + reader.errorString();
         } else if (csvImporter) {
             using Csv = Database::CsvImporter;
             const Csv::Encoding encodings[] = {Csv::Encoding::PerLine, Csv::Encoding::Utf8,
