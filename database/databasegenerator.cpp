@@ -1,5 +1,6 @@
 #include "databasegenerator.h"
 
+#include "jobcontext_p.h"
 #include "progressreport_p.h"
 #include "tablewriter_p.h"
 #include "textlinereader.h"
@@ -128,9 +129,10 @@ bool DatabaseGenerator::importOriginalFile(const QString &sourceFile, const QStr
     m_errCode = NoError;
     const ErrCode code = checkDefaultSeparator(sourceFile, m_separator);
     m_errCode = code;
-    if (code != NoError)
-        return false;
-    return parserFromFile(sourceFile, databaseFile, 0, 50000);
+    const bool imported = code == NoError && parserFromFile(sourceFile, databaseFile, 0, 50000);
+    // A job hands the code to its result; the class has no getter for it.
+    JobContext::reportCode(m_errCode);
+    return imported;
 }
 
 // Splits at most six non-empty head lines and requires the same field count in all of them;
