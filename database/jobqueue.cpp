@@ -7,7 +7,6 @@
 #include <QCoreApplication>
 #include <QDir>
 #include <QFileInfo>
-#include <QMutexLocker>
 #include <QRunnable>
 #include <QSqlDatabase>
 #include <QThread>
@@ -70,7 +69,7 @@ QFuture<JobResult> JobQueue::submit(const QString &file, Work work)
     job->promise.reportStarted();
     const QFuture<JobResult> future = job->promise.future();
 
-    QMutexLocker locker(&m_mutex);
+    std::unique_lock<std::mutex> locker(m_mutex);
     // Jobs still running when the application object goes are cancelled and waited for.
     if (!m_cleanupRegistered && QCoreApplication::instance()) {
         qAddPostRoutine(cancelAtExit);
@@ -128,7 +127,7 @@ void JobQueue::finished(const std::shared_ptr<Job> &job)
 {
     std::shared_ptr<Job> next;
     {
-        QMutexLocker locker(&m_mutex);
+        const std::lock_guard<std::mutex> locker(m_mutex);
         m_live.removeOne(job);
         QList<std::shared_ptr<Job>> &waiting = m_files[job->file];
         if (waiting.isEmpty())
@@ -144,7 +143,7 @@ void JobQueue::finished(const std::shared_ptr<Job> &job)
 void JobQueue::cancelAll()
 {
     {
-        QMutexLocker locker(&m_mutex);
+        const std::lock_guard<std::mutex> locker(m_mutex);
         for (const std::shared_ptr<Job> &job : qAsConst(m_live))
             job->promise.cancel();
         m_cleanupRegistered = false;
