@@ -29,7 +29,9 @@ BatchPipe::~BatchPipe()
 bool BatchPipe::push(Batch *batch)
 {
     std::unique_lock<std::mutex> lock(m_mutex);
-    m_changed.wait(lock, [this] { return m_unbounded || m_ready.empty() || isStopped(); });
+    m_changed.wait(lock, [this] {
+        return m_unbounded || (m_ready.empty() && m_taken == 0) || isStopped();
+    });
     if (isStopped())
         return false;
     m_ready.push_back(std::move(*batch));
@@ -60,7 +62,7 @@ bool BatchPipe::next(Batch *batch, const std::function<bool(qint64)> &waiting)
     }
     *batch = std::move(m_ready.front());
     m_ready.pop_front();
-    m_changed.notify_all();
+    ++m_taken;
     return true;
 }
 
@@ -72,6 +74,8 @@ void BatchPipe::recycle(Batch *batch)
     batch->last = false;
     const std::lock_guard<std::mutex> lock(m_mutex);
     m_spare.push_back(std::move(*batch));
+    --m_taken;
+    m_changed.notify_all();
 }
 
 void BatchPipe::stop()

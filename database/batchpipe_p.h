@@ -14,7 +14,8 @@ namespace Database {
 
 // Hands batches of rows from a helper thread, which reads, decodes and splits the source, to the
 // calling thread, which writes them through its own connection: the two cores of a machine
-// work on one import. One batch waits while the next is filled, so at most three are held. The
+// work on one import. The helper fills the next batch while one is written and hands it over
+// once that one is done, so no more than two batches are held. The
 // helper touches no connection and no progress scope; the pipe is joined before its owner
 // returns.
 class BatchPipe
@@ -35,8 +36,8 @@ public:
     BatchPipe(const BatchPipe &) = delete;
     BatchPipe &operator=(const BatchPipe &) = delete;
 
-    // Helper side. Hands *batch over and leaves an empty one in its place (with the buffers of
-    // one already written); false once the calling side has stopped the pipe.
+    // Helper side. Hands *batch over once the batch before it is written and leaves an empty one
+    // in its place, with that one's buffers; false once the calling side has stopped the pipe.
     bool push(Batch *batch);
     void setPosition(qint64 position) { m_position.store(position, std::memory_order_relaxed); }
     bool isStopped() const { return m_stopped.load(std::memory_order_relaxed); }
@@ -54,6 +55,7 @@ private:
     std::condition_variable m_changed;
     std::deque<Batch> m_ready;
     std::deque<Batch> m_spare;
+    int m_taken = 0; // handed to the calling side and not yet given back
     std::atomic<qint64> m_position{0};
     std::atomic<bool> m_stopped{false};
     bool m_unbounded = false;
