@@ -24,12 +24,12 @@ cmake -S . -B build-asan -DCMAKE_BUILD_TYPE=Debug -DZQDATABASE_SANITIZE=ON \
 cmake --build build-asan -j "$jobs"
 (cd build-asan && ctest --output-on-failure -j "$jobs")
 
-echo "== thread sanitizer build: the library and the suites that run jobs on its threads"
+echo "== thread sanitizer build: the library and the suites whose work runs on several threads"
 cmake -S . -B build-tsan -DCMAKE_BUILD_TYPE=RelWithDebInfo -DZQDATABASE_TSAN=ON \
     -DZQDATABASE_BUILD_TOOLS=OFF -DZQDATABASE_BUILD_EXAMPLES=OFF -DZQDATABASE_BUILD_BENCH=OFF \
     -DZQDATABASE_INSTALL=OFF >/dev/null
-cmake --build build-tsan -j "$jobs" --target tst_jobs
-(cd build-tsan && ctest --output-on-failure -R '^tst_jobs$')
+cmake --build build-tsan -j "$jobs" --target tst_jobs tst_databasegenerator tst_csvimporter
+(cd build-tsan && ctest --output-on-failure -R '^tst_(jobs|databasegenerator|csvimporter)$')
 
 echo "== Qt 6 build, and both flavours compared"
 cmake -S . -B build-qt6 -DCMAKE_BUILD_TYPE=RelWithDebInfo -DZQDATABASE_QT_MAJOR_VERSION=6 \
