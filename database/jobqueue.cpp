@@ -114,7 +114,7 @@ void JobQueue::run(const std::shared_ptr<Job> &job)
                 return !promise.isCanceled();
             });
             result = job->work();
-            result.code = result.code ? result.code : context.code;
+            result.code = context.code;
         }
         QSqlDatabase::removeDatabase(context.connectionName);
         // A cancelled future takes no result: resultOf() tells the cancel.

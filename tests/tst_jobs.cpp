@@ -242,6 +242,8 @@ JobResult tst_Jobs::cancelAt(const QString &databaseFile, qint64 atBytes)
     });
     QSignalSpy finished(&watcher, &QFutureWatcher<JobResult>::finished);
     watcher.setFuture(Jobs::importText(m_big, databaseFile));
+    if (atBytes == 0) // long before the helper has read a batch
+        watcher.cancel();
     if (!finished.wait(60000))
         return JobResult();
     for (int i = 1; i < values.size(); ++i) {
@@ -265,28 +267,30 @@ void tst_Jobs::verifyWholePrefix(const QString &databaseFile)
 
 void tst_Jobs::cancelKeepsWholeTables_data()
 {
-    QTest::addColumn<double>("at");      // of the first batch's bytes; -1 never
-    QTest::addColumn<int>("mostTables"); // that the import may have written
+    QTest::addColumn<double>("at"); // of the first batch's bytes; 0 at once, -1 never
 
-    QTest::newRow("not cancelled") << -1.0 << 5;
-    QTest::newRow("before the first batch") << 0.0 << 0;
-    QTest::newRow("mid-batch") << 1.5 << 3;
-    QTest::newRow("at the last batch") << 4.5 << 5;
+    QTest::newRow("not cancelled") << -1.0;
+    QTest::newRow("before the first batch") << 0.0;
+    QTest::newRow("mid-batch") << 1.5;
+    QTest::newRow("in the fourth batch") << 3.5;
 }
 
-// A cancel drops the batch being read; the tables committed before stay whole.
+// A cancel drops the batch being read; the tables committed before stay whole. The progress
+// the watcher sees lags behind the job's, so a cancel from it may come after the end: only a
+// cancel at once is certain to leave nothing.
 void tst_Jobs::cancelKeepsWholeTables()
 {
     QFETCH(double, at);
-    QFETCH(int, mostTables);
     const QString database = m_catalogue.filePath(QTest::currentDataTag() + QString(".db"));
     const JobResult result = cancelAt(database, at < 0 ? -1 : qint64(at * m_firstBatchBytes));
-    QCOMPARE(result.cancelled, at >= 0);
-    QCOMPARE(result.ok, at < 0);
-    QVERIFY(tableSizes(database).size() <= mostTables);
-    verifyWholePrefix(database);
     if (at < 0)
         QCOMPARE(dump(database), dump(m_bigReference));
+    if (at == 0)
+        QCOMPARE(tableSizes(database), QStringList());
+    QCOMPARE(result.ok, !result.cancelled);
+    if (at <= 0)
+        QCOMPARE(result.cancelled, at == 0);
+    verifyWholePrefix(database);
 }
 
 // A batch being written when the cancel comes is still committed whole: another connection
