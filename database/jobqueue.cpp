@@ -50,8 +50,10 @@ JobQueue &JobQueue::instance()
 
 JobQueue::JobQueue()
 {
-    // Made before the queue, so that they outlive it: its destructor still waits for jobs.
+    // The connection list and the driver loader are made before the queue, so that they outlive
+    // it: its destructor still waits for jobs.
     QSqlDatabase::connectionNames();
+    QSqlDatabase::isDriverAvailable(QStringLiteral("QSQLITE"));
     m_pool.setMaxThreadCount(qMax(2, QThread::idealThreadCount()));
 }
 
