@@ -1,5 +1,6 @@
 #include "csvimporter.h"
 
+#include "batchpipe_p.h"
 #include "progressreport_p.h"
 #include "tablewriter_p.h"
 
@@ -467,17 +468,12 @@ bool CsvImporter::importFile(const QString &sourceFile, const QString &databaseF
         return false;
     }
 
-    Utf8Source source(&file, m_options.encoding);
-    RowBatch batch;
-    RecordParser parser(m_options, &batch);
     ProgressReport progress(file.size());
     int columnCount = 0;
     int tableIndex = 1;
     bool result = true;
-    bool malformed = false;
-    bool tooLong = false;
 
-    const auto writeBatch = [&] {
+    const auto writeBatch = [&](const RowBatch &batch) {
         const QString table = QStringLiteral("table") + QString::number(tableIndex++);
         QSqlDatabase database;
         if (!TableWriter::openConnection(&database, databaseFile)) {
@@ -508,43 +504,76 @@ bool CsvImporter::importFile(const QString &sourceFile, const QString &databaseF
         return ok;
     };
 
-    QByteArray text;
-    int offset = 0;
-    bool atEnd = false;
-    int rows = 0;
-    while (!malformed && !progress.isCancelled()) {
-        int used = 0;
-        int fields = 0;
-        const RecordParser::Step step
-                = parser.next(text.constData() + offset, text.size() - offset, atEnd, &used, &fields);
-        tooLong = step == RecordParser::Step::NeedMore && text.size() - offset > MaxRecordSize;
-        if (step == RecordParser::Step::Unclosed || tooLong) {
-            malformed = true;
+    // A helper thread decodes and splits while this one writes; it ends with the last batch,
+    // which says whether a record was malformed.
+    bool malformed = false;
+    bool tooLong = false;
+    int malformedLine = 0;
+    const Options options = m_options;
+    BatchPipe pipe([&file, options, &malformed, &tooLong, &malformedLine](BatchPipe &out) {
+        Utf8Source source(&file, options.encoding);
+        BatchPipe::Batch batch;
+        RecordParser parser(options, &batch.rows);
+        QByteArray text;
+        int offset = 0;
+        bool atEnd = false;
+        while (!out.isStopped()) {
+            int used = 0;
+            int fields = 0;
+            const RecordParser::Step step = parser.next(text.constData() + offset,
+                                                        text.size() - offset, atEnd, &used, &fields);
+            tooLong = step == RecordParser::Step::NeedMore && text.size() - offset > MaxRecordSize;
+            if (step == RecordParser::Step::Unclosed || tooLong) {
+                malformed = true;
+                malformedLine = parser.recordLine();
+                break;
+            }
+            if (step == RecordParser::Step::NeedMore) {
+                text.remove(0, offset);
+                offset = 0;
+                atEnd = !source.read(&text);
+                continue;
+            }
+            if (used == 0) // nothing left
+                break;
+            offset += used;
+            // Bytes of the file read up to this record (roughly, where decoding changes sizes).
+            out.setPosition(source.position() - (text.size() - offset));
+            if (fields <= 0)
+                continue;
+            batch.columnCount = qMax(batch.columnCount, fields);
+            if (batch.rows.size() == BatchRows) {
+                const int widest = batch.columnCount;
+                batch.end = source.position() - (text.size() - offset);
+                if (!out.push(&batch))
+                    return;
+                // The parser keeps adding to batch.rows, now the buffers of a written batch.
+                batch.columnCount = widest;
+            }
+        }
+        batch.end = source.position() - (text.size() - offset);
+        batch.last = true;
+        out.push(&batch);
+    });
+
+    BatchPipe::Batch batch;
+    const auto report = [&progress](qint64 position) { return progress.advance(position); };
+    while (pipe.next(&batch, report)) {
+        columnCount = batch.columnCount;
+        if (batch.last) {
+            if (!malformed && progress.advance(batch.end) && progress.finish()
+                && !batch.rows.isEmpty())
+                result = writeBatch(batch.rows) && result;
             break;
         }
-        if (step == RecordParser::Step::NeedMore) {
-            text.remove(0, offset);
-            offset = 0;
-            atEnd = !source.read(&text);
-            continue;
-        }
-        if (used == 0) // nothing left
+        if (!progress.advance(batch.end))
             break;
-        offset += used;
-        // Bytes of the file read up to this record (roughly, where decoding changes sizes).
-        if (!progress.advance(source.position() - (text.size() - offset)))
-            break;
-        if (fields <= 0)
-            continue;
-        columnCount = qMax(columnCount, fields);
-        if (++rows == BatchRows) {
-            result = writeBatch() && result;
-            batch.clear();
-            rows = 0;
-        }
+        result = writeBatch(batch.rows) && result;
+        pipe.recycle(&batch);
     }
-    if (malformed) {
-        m_errorLine = parser.recordLine();
+    pipe.stop();
+    if (malformed && !progress.isCancelled()) {
+        m_errorLine = malformedLine;
         m_log += (tooLong ? QObject::tr("Line %1: a record runs past 64 MB; is a quoted field not "
                                         "closed?")
                           : QObject::tr("Line %1: a quoted field is not closed."))
@@ -552,8 +581,6 @@ bool CsvImporter::importFile(const QString &sourceFile, const QString &databaseF
                 + QLatin1Char(' ') + QObject::tr("No row after the last whole table was written.");
         return false;
     }
-    if (!progress.isCancelled() && progress.finish() && rows > 0)
-        result = writeBatch() && result;
     if (progress.isCancelled()) {
         m_log += QObject::tr("Import cancelled");
         return false;

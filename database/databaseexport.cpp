@@ -1,4 +1,5 @@
 #include "databaseexport.h"
+#include "jobcontext_p.h"
 #include "sqlitehandle_p.h"
 
 #include "progressreport_p.h"
@@ -316,9 +317,10 @@ DatabaseExport::~DatabaseExport() = default;
 bool DatabaseExport::toCSV(QString dbFilePath, QString csvFilePath)
 {
     // Replaces the previous call's connection; removing it first spares Qt's duplicate warning.
-    if (QSqlDatabase::contains(ConnectionName))
-        QSqlDatabase::removeDatabase(ConnectionName);
-    QSqlDatabase database = QSqlDatabase::addDatabase(QStringLiteral("QSQLITE"), ConnectionName);
+    const QString connectionName = JobContext::connectionNameOr(ConnectionName);
+    if (QSqlDatabase::contains(connectionName))
+        QSqlDatabase::removeDatabase(connectionName);
+    QSqlDatabase database = QSqlDatabase::addDatabase(QStringLiteral("QSQLITE"), connectionName);
     database.setDatabaseName(dbFilePath);
     const bool opened = database.open();
     if (opened) {
@@ -334,7 +336,9 @@ bool DatabaseExport::toCSV(QString dbFilePath, QString csvFilePath)
         if (!written)
             return false;
     }
-    QCoreApplication::processEvents(QEventLoop::AllEvents, 200);
+    // A job's thread has no window to keep drawn.
+    if (!JobContext::current())
+        QCoreApplication::processEvents(QEventLoop::AllEvents, 200);
     return opened;
 }
 

@@ -1,5 +1,7 @@
 #include "databasegenerator.h"
 
+#include "batchpipe_p.h"
+#include "jobcontext_p.h"
 #include "progressreport_p.h"
 #include "tablewriter_p.h"
 #include "textlinereader.h"
@@ -128,9 +130,10 @@ bool DatabaseGenerator::importOriginalFile(const QString &sourceFile, const QStr
     m_errCode = NoError;
     const ErrCode code = checkDefaultSeparator(sourceFile, m_separator);
     m_errCode = code;
-    if (code != NoError)
-        return false;
-    return parserFromFile(sourceFile, databaseFile, 0, 50000);
+    const bool imported = code == NoError && parserFromFile(sourceFile, databaseFile, 0, 50000);
+    // A job hands the code to its result; the class has no getter for it.
+    JobContext::reportCode(m_errCode);
+    return imported;
 }
 
 // Splits at most six non-empty head lines and requires the same field count in all of them;
@@ -199,73 +202,93 @@ bool DatabaseGenerator::parserFromFile(const QString &sourceFile, const QString 
     // The lines come from a reader that reproduces QIODevice::readLine() in text mode on raw
     // blocks, which is what makes large files fast.
     file.setTextModeEnabled(false);
-    TextLineReader reader(&file);
-    QTextCodec *gb2312 = QTextCodec::codecForName("GB2312");
-    QTextCodec::ConverterState gbState;
-    QByteArray byteSeparator = asciiSeparator(m_separator);
-    bool result = true;
-    int tableIndex = 1;
-    int rowsInBatch = 0;
-    bool pending = false;
     m_columnCount = 0;
-
     // Bytes of the source; a cancel drops the batch being read, committed tables stay.
     ProgressReport progress(file.size());
-    // ASCII lines are split on their bytes, which decode to the same characters in GB2312, and
-    // kept as bytes; decoded lines are kept as UTF-8 where SQLite would store the same.
-    RowBatch batch;
-    const CurrentBatch current(&batch);
-    const char *line = nullptr;
-    int lineSize = 0;
-    while (reader.readLine(&line, &lineSize) && progress.advance(reader.position())) {
-        int fieldCount = 0;
-        if (!byteSeparator.isEmpty() && isAscii(line, lineSize)) {
-            fieldCount = batch.appendAscii(line, lineSize, byteSeparator);
-        } else {
-            const QString text = decodeLine(line, lineSize, gb2312, &gbState).trimmed();
-            fieldCount = m_separator.isEmpty() ? -1 : batch.appendText(text, m_separator);
-            if (fieldCount < 0) {
-                const QStringList fields
-                        = text.split(m_separator, Qt::SkipEmptyParts, Qt::CaseSensitive);
-                fieldCount = fields.size();
-                if (fieldCount > 0)
-                    batch.append(fields);
+
+    // A helper thread reads, decodes and splits while this one writes. It keeps its own copy
+    // of the separator and follows generateDatabase's one change to it: an empty separator
+    // becomes "," once a one-column batch is written to a named file.
+    const QString initialSeparator = m_separator;
+    const bool separatorBecomesComma = !databaseFile.isEmpty();
+    BatchPipe pipe([&file, initialSeparator, separatorBecomesComma, batchRows](BatchPipe &out) {
+        TextLineReader reader(&file);
+        QTextCodec *gb2312 = QTextCodec::codecForName("GB2312");
+        QTextCodec::ConverterState gbState;
+        QString separator = initialSeparator;
+        QByteArray byteSeparator = asciiSeparator(separator);
+        int columnCount = 0;
+        // ASCII lines are split on their bytes, which decode to the same characters in GB2312,
+        // and kept as bytes; decoded lines are kept as UTF-8 where SQLite would store the same.
+        BatchPipe::Batch batch;
+        const char *line = nullptr;
+        int lineSize = 0;
+        while (!out.isStopped() && reader.readLine(&line, &lineSize)) {
+            out.setPosition(reader.position());
+            int fieldCount = 0;
+            if (!byteSeparator.isEmpty() && isAscii(line, lineSize)) {
+                fieldCount = batch.rows.appendAscii(line, lineSize, byteSeparator);
+            } else {
+                const QString text = decodeLine(line, lineSize, gb2312, &gbState).trimmed();
+                fieldCount = separator.isEmpty() ? -1 : batch.rows.appendText(text, separator);
+                if (fieldCount < 0) {
+                    const QStringList fields
+                            = text.split(separator, Qt::SkipEmptyParts, Qt::CaseSensitive);
+                    fieldCount = fields.size();
+                    if (fieldCount > 0)
+                        batch.rows.append(fields);
+                }
+            }
+            if (fieldCount == 0)
+                continue;
+            columnCount = qMax(columnCount, fieldCount);
+            if (batch.rows.size() >= batchRows) {
+                if (separator.isEmpty() && separatorBecomesComma && columnCount == 1) {
+                    separator = QStringLiteral(",");
+                    byteSeparator = asciiSeparator(separator);
+                }
+                batch.columnCount = columnCount;
+                batch.end = reader.position();
+                if (!out.push(&batch))
+                    return;
             }
         }
-        if (fieldCount == 0)
-            continue;
-        if (fieldCount > m_columnCount)
-            m_columnCount = fieldCount;
-        if (m_columnCount == 0) {
-            result = false;
-            m_log = QStringLiteral("Source file empty");
-            m_errCode = SourceFileEmpty;
+        batch.columnCount = columnCount;
+        batch.end = reader.position();
+        batch.last = true;
+        out.push(&batch);
+    });
+
+    bool result = true;
+    int tableIndex = 1;
+    BatchPipe::Batch batch;
+    const auto report = [&progress](qint64 position) { return progress.advance(position); };
+    while (pipe.next(&batch, report)) {
+        m_columnCount = batch.columnCount;
+        if (batch.last) {
+            if (progress.advance(batch.end) && progress.finish() && !batch.rows.isEmpty()) {
+                const CurrentBatch current(&batch.rows);
+                result = generateDatabase(databaseFile,
+                                          QStringLiteral("table") + QString::number(tableIndex))
+                        && result;
+            }
             break;
         }
-        ++rowsInBatch;
-        pending = true;
-        if (rowsInBatch >= batchRows) {
-            if (!progress.advance(reader.position(), true))
-                break;
+        if (!progress.advance(batch.end, true))
+            break;
+        {
+            const CurrentBatch current(&batch.rows);
             result = generateDatabase(databaseFile,
                                       QStringLiteral("table") + QString::number(tableIndex))
                     && result;
-            // An empty separator becomes "," for a one-column table.
-            byteSeparator = asciiSeparator(m_separator);
-            ++tableIndex;
-            batch.clear();
-            pending = false;
-            rowsInBatch = 0;
         }
+        ++tableIndex;
+        pipe.recycle(&batch);
     }
-    if (!progress.isCancelled() && progress.finish() && pending) {
-        result = generateDatabase(databaseFile,
-                                  QStringLiteral("table") + QString::number(tableIndex))
-                && result;
-    }
+    pipe.stop();
     file.close();
     // The rows of the last, partial batch stay until the next parse.
-    m_values = batch.toList();
+    m_values = batch.last ? batch.rows.toList() : QList<QStringList>();
     if (progress.isCancelled()) {
         m_log = QObject::tr("Import cancelled");
         return false;

@@ -1,6 +1,7 @@
 #include "tablewriter_p.h"
 
 #include "databasehandler.h"
+#include "jobcontext_p.h"
 #include "sqlitehandle_p.h"
 
 #include <QFileInfo>
@@ -246,9 +247,9 @@ QString createStatement(const QString &tableName, const QString &first, int colu
 
 bool TableWriter::openConnection(QSqlDatabase *database, const QString &databaseFile)
 {
-    *database = QSqlDatabase::contains(ConnectionName)
-            ? QSqlDatabase::database(ConnectionName, false)
-            : DatabaseHandler::createSqlDatabase(ConnectionName);
+    const QString name = JobContext::connectionNameOr(ConnectionName);
+    *database = QSqlDatabase::contains(name) ? QSqlDatabase::database(name, false)
+                                             : DatabaseHandler::createSqlDatabase(name);
     database->setDatabaseName(QFileInfo(databaseFile).absoluteFilePath());
     return database->open();
 }

@@ -81,7 +81,7 @@ public:
     enum class Rows { PadAndTryEvery, StopAtFirst };
     enum class Insert { Inserted, RowsFailed, BeginFailed };
 
-    // The importers' shared connection set to databaseFile and opened. An existing connection
+    // The importers' shared connection (a job's own inside a job) set to databaseFile and opened. An existing connection
     // is taken as it is: reopening it on the file of the last import would bring that file back.
     static bool openConnection(QSqlDatabase *database, const QString &databaseFile);
 

@@ -8,7 +8,7 @@ packages=(
     qt6-base-dev libqt6sql6-sqlite qt6-5compat-dev libquazip1-qt6-dev
     libexpat1-dev libxlsxwriter-dev
     sqlite3 libsqlite3-dev xlsx2csv doxygen python3
-    clang libclang-rt-14-dev
+    clang libclang-rt-14-dev libtsan2
 )
 
 missing=()

@@ -1,8 +1,9 @@
 #!/usr/bin/env bash
 # Builds and runs the whole suite three times: a normal Qt 5 build, one with address and
 # undefined-behaviour sanitizers, and a Qt 6 build that also installs both flavours into one
-# prefix and compares their results; then runs each fuzz target for a bounded time.
-# Build trees go to build/, build-asan/, build-qt6/ and build-fuzz/.
+# prefix and compares their results; the job suite also runs under the thread sanitizer; then
+# each fuzz target runs for a bounded time.
+# Build trees go to build/, build-asan/, build-tsan/, build-qt6/ and build-fuzz/.
 set -euo pipefail
 cd "$(dirname "$0")/.."
 
@@ -22,6 +23,13 @@ cmake -S . -B build-asan -DCMAKE_BUILD_TYPE=Debug -DZQDATABASE_SANITIZE=ON \
     -DZQDATABASE_BUILD_BENCH=OFF >/dev/null
 cmake --build build-asan -j "$jobs"
 (cd build-asan && ctest --output-on-failure -j "$jobs")
+
+echo "== thread sanitizer build: the library and the suites whose work runs on several threads"
+cmake -S . -B build-tsan -DCMAKE_BUILD_TYPE=RelWithDebInfo -DZQDATABASE_TSAN=ON \
+    -DZQDATABASE_BUILD_TOOLS=OFF -DZQDATABASE_BUILD_EXAMPLES=OFF -DZQDATABASE_BUILD_BENCH=OFF \
+    -DZQDATABASE_INSTALL=OFF >/dev/null
+cmake --build build-tsan -j "$jobs" --target tst_jobs tst_databasegenerator tst_csvimporter
+(cd build-tsan && ctest --output-on-failure -R '^tst_(jobs|databasegenerator|csvimporter)$')
 
 echo "== Qt 6 build, and both flavours compared"
 cmake -S . -B build-qt6 -DCMAKE_BUILD_TYPE=RelWithDebInfo -DZQDATABASE_QT_MAJOR_VERSION=6 \

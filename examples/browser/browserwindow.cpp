@@ -1,12 +1,9 @@
 #include "browserwindow.h"
 
 #include <database/csvimporter.h>
-#include <database/databaseexport.h>
-#include <database/databasegenerator.h>
 #include <database/databasemanager.h>
 #include <database/databasetablemodel.h>
-#include <database/progressscope.h>
-#include <database/xlsxtodbgenerator.h>
+#include <database/jobs.h>
 
 #include <core/settings.h>
 #include <core/xlsxreader.h>
@@ -14,6 +11,7 @@
 #include <QApplication>
 #include <QComboBox>
 #include <QDir>
+#include <QEventLoop>
 #include <QFileDialog>
 #include <QFileInfo>
 #include <QHeaderView>
@@ -21,7 +19,8 @@
 #include <QLineEdit>
 #include <QListWidget>
 #include <QMessageBox>
-#include <QProgressDialog>
+#include <QProgressBar>
+#include <QPushButton>
 #include <QSignalBlocker>
 #include <QSplitter>
 #include <QStatusBar>
@@ -38,6 +37,8 @@ BrowserWindow::BrowserWindow(QWidget *parent)
     , m_format(new QComboBox)
     , m_encoding(new QComboBox)
     , m_model(new Database::DatabaseTableModel(this))
+    , m_progress(new QProgressBar)
+    , m_cancel(new QPushButton(tr("Cancel")))
 {
     setWindowTitle(tr("Database browser"));
     QToolBar *tools = addToolBar(tr("Data"));
@@ -78,6 +79,20 @@ BrowserWindow::BrowserWindow(QWidget *parent)
     splitter->setSizes({160, 840});
     setCentralWidget(splitter);
     connect(m_catalogue, &QListWidget::currentTextChanged, this, &BrowserWindow::showDatabase);
+
+    // Jobs run on the library's threads; the window hears of them through the watcher only.
+    m_progress->setMaximumWidth(240);
+    statusBar()->addPermanentWidget(m_progress);
+    statusBar()->addPermanentWidget(m_cancel);
+    m_progress->hide();
+    m_cancel->hide();
+    connect(&m_job, &QFutureWatcher<Database::JobResult>::progressRangeChanged, m_progress,
+            &QProgressBar::setRange);
+    connect(&m_job, &QFutureWatcher<Database::JobResult>::progressValueChanged, m_progress,
+            &QProgressBar::setValue);
+    connect(&m_job, &QFutureWatcher<Database::JobResult>::finished, this,
+            &BrowserWindow::jobFinished);
+    connect(m_cancel, &QPushButton::clicked, &m_job, &QFutureWatcher<Database::JobResult>::cancel);
     reloadCatalogue(QString());
     m_table->setFocus();
 }
@@ -142,25 +157,34 @@ void BrowserWindow::showDatabase()
         statusBar()->showMessage(tr("%1: %Ln rows", nullptr, m_model->rowCount()).arg(name));
 }
 
-// Runs work while a progress dialog shows the library's reports. Pumping events from the
-// callback keeps the window drawn and the Cancel button live while the work runs on this thread.
-BrowserWindow::Outcome BrowserWindow::withProgress(const QString &label,
-                                                   const std::function<bool()> &work)
+// Shows the job's progress in the status bar until it ends, then calls done; false (and the
+// job cancelled) while another job runs.
+bool BrowserWindow::startJob(const QString &label, const QFuture<Database::JobResult> &job,
+                             Done done)
 {
-    QProgressDialog dialog(label, tr("Cancel"), 0, 1000, this);
-    dialog.setWindowModality(Qt::WindowModal);
-    dialog.setMinimumDuration(500);
-    Database::ProgressScope scope([&dialog](qint64 done, qint64 total) {
-        dialog.setValue(total > 0 ? int(done * 1000 / total) : 0);
-        QApplication::processEvents();
-        return !dialog.wasCanceled();
-    });
-    if (work())
-        return Outcome::Done;
-    if (!dialog.wasCanceled())
-        return Outcome::Failed;
-    statusBar()->showMessage(tr("Cancelled"));
-    return Outcome::Cancelled;
+    if (m_done) {
+        QFuture<Database::JobResult>(job).cancel();
+        statusBar()->showMessage(tr("Wait for the running job, or cancel it"));
+        return false;
+    }
+    m_done = std::move(done);
+    statusBar()->showMessage(label);
+    m_progress->setRange(0, 0);
+    m_progress->show();
+    m_cancel->show();
+    m_job.setFuture(job);
+    return true;
+}
+
+void BrowserWindow::jobFinished()
+{
+    m_progress->hide();
+    m_cancel->hide();
+    const Done done = std::move(m_done);
+    m_done = nullptr;
+    if (done)
+        done(Database::Jobs::resultOf(m_job.future()));
+    emit jobEnded();
 }
 
 QString BrowserWindow::askSource(const QString &filter)
@@ -176,39 +200,37 @@ QString BrowserWindow::targetFile(const QString &source) const
     return userDir.filePath(QFileInfo(source).baseName() + QStringLiteral(".db"));
 }
 
-void BrowserWindow::imported(Outcome outcome, const QString &log, const QString &source)
+void BrowserWindow::imported(const Database::JobResult &result, const QString &source)
 {
-    if (outcome == Outcome::Failed)
-        QMessageBox::warning(this, tr("Import failed"), log);
     reloadCatalogue(QFileInfo(source).baseName());
+    if (result.cancelled)
+        statusBar()->showMessage(tr("Cancelled; whole tables were kept"));
+    else if (!result.ok)
+        QMessageBox::warning(this, tr("Import failed"), result.log);
 }
 
 void BrowserWindow::importText()
 {
     const QString source = askSource(tr("Text files (*.txt *.csv *.tsv);;All files (*)"));
-    if (source.isEmpty())
-        return;
+    if (!source.isEmpty())
+        importTextFrom(source);
+}
+
+void BrowserWindow::importTextFrom(const QString &source)
+{
     QString separator = m_separator->text();
     separator.replace(QStringLiteral("\\t"), QStringLiteral("\t"));
     const auto format = Database::CsvImporter::Format(m_format->currentData().toInt());
     const auto encoding = Database::CsvImporter::Encoding(m_encoding->currentData().toInt());
-    // The shown database is left first: the import may write the very file it reads.
-    m_model->setDatabaseName(QString());
-    if (format == Database::CsvImporter::Format::LineRule
-        && encoding == Database::CsvImporter::Encoding::PerLine) {
-        Database::DatabaseGenerator generator;
-        generator.setSeparator(separator);
-        const Outcome outcome = withProgress(tr("Importing %1").arg(source), [&] {
-            return generator.importOriginalFile(source, targetFile(source));
-        });
-        imported(outcome, generator.getLog(), source);
-        return;
-    }
-    Database::CsvImporter importer({format, encoding, separator});
-    const Outcome outcome = withProgress(tr("Importing %1").arg(source), [&] {
-        return importer.importFile(source, targetFile(source));
-    });
-    imported(outcome, importer.log(), source);
+    const QString target = targetFile(source);
+    // The line rule in GB2312 (per line) is the library importer's own; the rest is CsvImporter.
+    const QFuture<Database::JobResult> job
+            = format == Database::CsvImporter::Format::LineRule
+                    && encoding == Database::CsvImporter::Encoding::PerLine
+            ? Database::Jobs::importText(source, target, separator)
+            : Database::Jobs::importCsv(source, target, {format, encoding, separator});
+    startJob(tr("Importing %1").arg(source), job,
+             [this, source](const Database::JobResult &result) { imported(result, source); });
 }
 
 void BrowserWindow::importSpreadsheet()
@@ -216,19 +238,17 @@ void BrowserWindow::importSpreadsheet()
     const QString source = askSource(tr("Spreadsheets (*.xlsx *.xlsm)"));
     if (source.isEmpty())
         return;
-    Database::XlsxToDBGenerator generator;
-    m_model->setDatabaseName(QString());
-    const Outcome outcome = withProgress(tr("Importing %1").arg(source), [&] {
-        return generator.importOriginalFile(source, targetFile(source));
-    });
-    QString log = generator.getLog();
-    // The importer's log says only that the file was refused; the reader says why.
-    Core::XlsxReader reader;
-    if (outcome == Outcome::Failed
-        && log == QObject::tr("Cannot open file %1 for reading.").arg(source)
-        && !reader.check(source))
-        log += QLatin1Char('\n') + reader.errorString();
-    imported(outcome, log, source);
+    startJob(tr("Importing %1").arg(source),
+             Database::Jobs::importSpreadsheet(source, targetFile(source)),
+             [this, source](Database::JobResult result) {
+                 // The importer's log says only that the file was refused; the reader says why.
+                 Core::XlsxReader reader;
+                 if (!result.ok && !result.cancelled
+                     && result.log == QObject::tr("Cannot open file %1 for reading.").arg(source)
+                     && !reader.check(source))
+                     result.log += QLatin1Char('\n') + reader.errorString();
+                 imported(result, source);
+             });
 }
 
 void BrowserWindow::exportCsv()
@@ -242,11 +262,31 @@ void BrowserWindow::exportCsv()
     if (target.isEmpty())
         return;
     const QString source = DatabaseManager::instance()->path(name);
-    const Outcome outcome = withProgress(tr("Exporting %1").arg(name), [&] {
-        return Database::DatabaseExport::toCSV(source, target);
+    startJob(tr("Exporting %1").arg(name), Database::Jobs::exportCsv(source, target),
+             [this, name, target](const Database::JobResult &result) {
+                 if (result.ok)
+                     statusBar()->showMessage(tr("Exported %1 to %2").arg(name, target));
+                 else if (result.cancelled)
+                     statusBar()->showMessage(tr("Cancelled; %1 was left as it was").arg(target));
+                 else
+                     QMessageBox::warning(this, tr("Export failed"), result.log);
+             });
+}
+
+bool BrowserWindow::importForSelfTest(const QString &source, const QString &screenshot)
+{
+    bool saved = screenshot.isEmpty();
+    QMetaObject::Connection shot = connect(m_progress, &QProgressBar::valueChanged, this, [&] {
+        // A tenth of the way, so that the bar shows the import well under way.
+        const int range = m_progress->maximum() - m_progress->minimum();
+        if (!saved && range > 0 && m_progress->value() - m_progress->minimum() >= range / 10)
+            saved = grab().save(screenshot);
     });
-    if (outcome == Outcome::Done)
-        statusBar()->showMessage(tr("Exported %1 to %2").arg(name, target));
-    else if (outcome == Outcome::Failed)
-        QMessageBox::warning(this, tr("Export failed"), tr("%1 could not be written.").arg(target));
+    QEventLoop loop;
+    connect(this, &BrowserWindow::jobEnded, &loop, &QEventLoop::quit);
+    importTextFrom(source);
+    loop.exec();
+    disconnect(shot);
+    return saved && m_catalogue->currentItem()
+            && m_catalogue->currentItem()->text() == QFileInfo(source).baseName();
 }

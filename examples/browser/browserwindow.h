@@ -1,6 +1,9 @@
 #ifndef BROWSERWINDOW_H
 #define BROWSERWINDOW_H
 
+#include <database/jobresult.h>
+
+#include <QFutureWatcher>
 #include <QMainWindow>
 
 #include <functional>
@@ -8,6 +11,8 @@
 class QComboBox;
 class QLineEdit;
 class QListWidget;
+class QProgressBar;
+class QPushButton;
 class QTableView;
 
 namespace Database {
@@ -28,19 +33,27 @@ public:
     // The cells the table shows: "first row, row count, first column, column count" on the
     // first line, then one line per row with the cells joined by '|'.
     QString visibleCells() const;
+    // Imports source as the "Import text..." action does and saves the window to screenshot
+    // once the import has made progress; false when either fails.
+    bool importForSelfTest(const QString &source, const QString &screenshot);
+
+signals:
+    void jobEnded();
 
 private:
-    enum class Outcome { Done, Failed, Cancelled };
+    using Done = std::function<void(const Database::JobResult &)>;
 
     void reloadCatalogue(const QString &select);
     void showDatabase();
     void importText();
+    void importTextFrom(const QString &source);
     void importSpreadsheet();
     QString askSource(const QString &filter);
     QString targetFile(const QString &source) const;
-    void imported(Outcome outcome, const QString &log, const QString &source);
+    void imported(const Database::JobResult &result, const QString &source);
     void exportCsv();
-    Outcome withProgress(const QString &label, const std::function<bool()> &work);
+    bool startJob(const QString &label, const QFuture<Database::JobResult> &job, Done done);
+    void jobFinished();
 
     QListWidget *m_catalogue;
     QTableView *m_table;
@@ -48,6 +61,10 @@ private:
     QComboBox *m_format;
     QComboBox *m_encoding;
     Database::DatabaseTableModel *m_model;
+    QProgressBar *m_progress;
+    QPushButton *m_cancel;
+    QFutureWatcher<Database::JobResult> m_job;
+    Done m_done;
 };
 
 #endif // BROWSERWINDOW_H
