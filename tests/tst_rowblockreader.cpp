@@ -1,0 +1,202 @@
+#include <database/databasehandler.h>
+#include <database/databasehandlerfactory.h>
+#include <database/databasemanager.h>
+#include <database/rowblockreader.h>
+
+#include "testsupport.h"
+
+#include <QtTest>
+
+using Database::DatabaseHandlerFactory;
+using Database::RowBlockReader;
+
+namespace Database {
+class DatabaseObject
+{
+};
+} // namespace Database
+
+namespace {
+
+// Table t of n rows, its cells computed from the row number i (0-based).
+QString table(int t, int rows, const char *columns, const QString &values)
+{
+    return QStringLiteral("CREATE TABLE table%1 (%2); WITH RECURSIVE r(i) AS (SELECT 0 UNION ALL "
+                          "SELECT i + 1 FROM r WHERE i < %3) INSERT INTO table%1 SELECT %4 FROM r;")
+            .arg(t)
+            .arg(QLatin1String(columns))
+            .arg(rows - 1)
+            .arg(values);
+}
+
+// The importers' layout, with NULL, integer, real and text cells in column2.
+QString generated(int t, int rows)
+{
+    return table(t, rows, "id INTEGER PRIMARY KEY, column1 TEXT, column2 TEXT",
+                 QStringLiteral("NULL, 't%1r' || i, CASE i % 4 WHEN 0 THEN NULL WHEN 1 THEN i "
+                                "WHEN 2 THEN i / 4.0 ELSE 'c' END")
+                         .arg(t));
+}
+
+// Runs of rows at block and table edges, before the first and past the last: (first, count).
+const QList<QPair<int, int>> Runs = {{100006, 4}, {49990, 20}, {-3, 5},  {0, 3},
+                                     {255, 2},    {50298, 4}, {150000, 3}, {50010, 1}};
+
+QByteArray textOf(const QVariant &value)
+{
+    return value.toString().toUtf8();
+}
+
+} // namespace
+
+class tst_RowBlockReader : public QObject
+{
+    Q_OBJECT
+
+private slots:
+    void initTestCase() { Database::DatabaseManager::init(); }
+    void cleanupTestCase() { Database::DatabaseManager::destruct(); }
+    void init() { DatabaseHandlerFactory::init(); }
+    void cleanup() { DatabaseHandlerFactory::destruct(); }
+    void matchesRecordValue_data();
+    void matchesRecordValue();
+    void textStopsWithTheSink();
+    void readsNothingOnceClosed();
+
+private:
+    // A new catalogued database made by the sqlite3 shell, opened by a handler; names are never
+    // reused, since Qt keeps a connection per name and reopens its last file.
+    Database::DatabaseHandler *open(const QString &sql)
+    {
+        const QString name = QStringLiteral("db%1").arg(++m_databases);
+        if (!TestSupport::sqlite(m_catalogue.sysDir() + "/" + name + ".db", sql))
+            return nullptr;
+        Database::DatabaseManager::instance()->reload();
+        return DatabaseHandlerFactory::instance()->registSqlDatabase(&m_reader, name);
+    }
+
+    TestSupport::TempCatalogue m_catalogue;
+    Database::DatabaseObject m_reader;
+    int m_databases = 0;
+};
+
+void tst_RowBlockReader::matchesRecordValue_data()
+{
+    QTest::addColumn<QString>("sql");
+    QTest::addColumn<int>("validCells"); // of the runs above, over every field
+
+    QTest::newRow("importer layout")
+            << generated(1, 50000) + generated(2, 50000) + generated(3, 7) << 66;
+    // table2 lacks column2 and ends early: its rows past 10 are past its end.
+    QTest::newRow("odd middle table")
+            << generated(1, 50000) + table(2, 10, "id INTEGER PRIMARY KEY, column1 TEXT", "NULL, i")
+                    + generated(3, 50000)
+            << 52;
+    QTest::newRow("no id, ID column kept") << table(1, 50000, "ID INTEGER, b TEXT", "i, 'b' || i")
+                    + table(2, 300, "ID INTEGER, b TEXT", "-i, 'z' || i")
+                                           << 60;
+    // An index orders a one-column select differently from the table.
+    QTest::newRow("indexed column")
+            << generated(1, 50000) + "CREATE INDEX i2 ON table1 (column2);" + generated(2, 3) << 40;
+    // Blobs, big integers and malformed UTF-8, which SQLite decodes for the driver.
+    QTest::newRow("stored types")
+            << table(1, 50000, "id INTEGER PRIMARY KEY, a, b",
+                     "NULL, CASE i % 3 WHEN 0 THEN x'00ff41' WHEN 1 THEN 9007199254740993 * i "
+                     "ELSE CAST(x'41c0af42e29c' AS TEXT) END, 1e300 / (i + 1)")
+            << 34;
+}
+
+// Every cell of the runs, as values and as text, and of asked-for columns in any order (one
+// out of range), equals recordValue's.
+void tst_RowBlockReader::matchesRecordValue()
+{
+    QFETCH(QString, sql);
+    QFETCH(int, validCells);
+    Database::DatabaseHandler *handler = open("BEGIN;" + sql + "COMMIT;");
+    QVERIFY(handler);
+    RowBlockReader reader;
+    QVERIFY(reader.setHandler(*handler));
+    const int fields = handler->getFieldNames().size();
+    QCOMPARE(reader.fieldNames(), handler->getFieldNames());
+    QList<int> all;
+    for (int c = 0; c < fields; ++c)
+        all << c;
+    int valid = 0;
+    for (const QList<int> &columns : {all, QList<int>{fields - 1, 0, fields, fields - 1}}) {
+        for (const auto &run : Runs) {
+            QVector<QVariant> values;
+            QVERIFY(reader.readValues(run.first, run.second, columns, &values));
+            QCOMPARE(values.size(), run.second * columns.size());
+            QList<QByteArray> texts;
+            qint64 next = run.first;
+            QVERIFY(reader.readText(run.first, run.first + run.second, columns,
+                                    [&](qint64 row, const RowBlockReader::TextCell *cells) {
+                                        if (row != next++)
+                                            return false;
+                                        for (int c = 0; c < columns.size(); ++c)
+                                            texts << QByteArray(cells[c].data, cells[c].size);
+                                        return true;
+                                    }));
+            QCOMPARE(texts.size(), values.size());
+            for (int i = 0; i < values.size(); ++i) {
+                const int row = run.first + i / columns.size();
+                const QVariant expected
+                        = handler->recordValue(row, columns.at(i % columns.size()), 50000);
+                QVERIFY2(values.at(i).userType() == expected.userType()
+                                 && values.at(i).isNull() == expected.isNull()
+                                 && values.at(i) == expected && texts.at(i) == textOf(expected),
+                         qPrintable(QStringLiteral("row %1 cell %2: %3 / %4, expected %5")
+                                            .arg(row)
+                                            .arg(i % columns.size())
+                                            .arg(values.at(i).toString(),
+                                                 QString::fromUtf8(texts.at(i)),
+                                                 expected.toString())));
+                valid += expected.isValid() && columns == all;
+            }
+        }
+    }
+    QCOMPARE(valid, validCells);
+}
+
+// The sink sees rows in order and stops the read when it says so.
+void tst_RowBlockReader::textStopsWithTheSink()
+{
+    Database::DatabaseHandler *handler = open(generated(1, 50000) + generated(2, 5));
+    QVERIFY(handler);
+    RowBlockReader reader;
+    QVERIFY(reader.setHandler(*handler));
+    QList<qint64> rows;
+    QVERIFY(!reader.readText(49998, 50005, {0}, [&](qint64 row, const RowBlockReader::TextCell *) {
+        rows << row;
+        return rows.size() < 3;
+    }));
+    QCOMPARE(rows, (QList<qint64>{49998, 49999, 50000}));
+}
+
+// With its handler gone the connection is closed: reads report that and give invalid cells,
+// as recordValue does. A file that is not a database is refused.
+void tst_RowBlockReader::readsNothingOnceClosed()
+{
+    Database::DatabaseHandler *handler = open(generated(1, 3));
+    QVERIFY(handler);
+    RowBlockReader reader;
+    QVERIFY(reader.setHandler(*handler));
+    DatabaseHandlerFactory::instance()->unregistSqlDatabase(&m_reader);
+    QVector<QVariant> values;
+    QVERIFY(!reader.readValues(0, 2, {0, 1}, &values));
+    QCOMPARE(values, QVector<QVariant>(4));
+    QVERIFY(!reader.readText(0, 1, {0}, [](qint64, const RowBlockReader::TextCell *) {
+        return true;
+    }));
+
+    const QString notDatabase = m_catalogue.sysDir() + "/notadb.db";
+    QVERIFY(TestSupport::writeFile(notDatabase, QByteArray(4096, 'x')));
+    Database::DatabaseManager::instance()->reload();
+    handler = DatabaseHandlerFactory::instance()->registSqlDatabase(&m_reader, "notadb");
+    QVERIFY(handler);
+    QVERIFY(!reader.setHandler(*handler));
+    QVERIFY(reader.fieldNames().isEmpty() && reader.tables().isEmpty());
+}
+
+QTEST_MAIN(tst_RowBlockReader)
+#include "tst_rowblockreader.moc"
