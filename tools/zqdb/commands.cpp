@@ -2,7 +2,6 @@
 #include "databasefile.h"
 #include "progressbar.h"
 #include "rowprinter.h"
-#include "rowstream.h"
 #include "translate.h"
 
 #include <core/settings.h>
@@ -12,6 +11,7 @@
 #include <database/databasemanager.h>
 #include <database/memorydatabasemanager.h>
 #include <database/progressscope.h>
+#include <database/rowblockreader.h>
 
 #include <QFile>
 #include <QFileInfo>
@@ -301,9 +301,10 @@ int catRows(const QString &database, const CatOptions &options, QTextStream &out
     const qint64 end = options.from >= total
             ? options.from
             : options.from + qMin<qint64>(options.count, total - options.from);
-    RowStream stream(databasePath, userTables(handler), fields);
-    if (!stream.isOpen()) {
-        err << tr("zqdb cat: cannot read '%1': %2.").arg(shown(databasePath), stream.errorString())
+    Database::RowBlockReader reader;
+    if (!reader.setHandler(*handler)) {
+        err << tr("zqdb cat: cannot read '%1': %2.")
+                        .arg(shown(databasePath), tr("it does not read as an SQLite database"))
             << '\n';
         return Failure;
     }
@@ -322,7 +323,7 @@ int catRows(const QString &database, const CatOptions &options, QTextStream &out
     out.flush();
     RowPrinter printer(device, options.csv ? RowPrinter::Csv : RowPrinter::Aligned, header);
     QVector<QString> line;
-    stream.read(options.from, end, selected, [&](qint64 row, const RowStream::Cell *cells) {
+    reader.readText(options.from, end, selected, [&](qint64 row, const Database::RowBlockReader::TextCell *cells) {
         if (options.csv) {
             printer.addRow(cells, selected.size());
             return true;

@@ -2,13 +2,13 @@
 #include "commands.h"
 #include "databasefile.h"
 #include "progressbar.h"
-#include "rowstream.h"
 #include "translate.h"
 
 #include <core/xlsxreader.h>
 #include <database/csvimporter.h>
 #include <database/databasegenerator.h>
 #include <database/progressscope.h>
+#include <database/rowblockreader.h>
 #include <database/xlsxtodbgenerator.h>
 
 #include <QFile>
@@ -438,7 +438,7 @@ QStringList Importer::keptTables(const QString &source, bool spreadsheet) const
     } else {
         rows = TextSource::countRows(source, m_options.separator);
     }
-    const qint64 batches = (rows + RowStream::RowsPerTable - 1) / RowStream::RowsPerTable;
+    const qint64 batches = (rows + Database::RowBlockReader::ImporterRowsPerTable - 1) / Database::RowBlockReader::ImporterRowsPerTable;
     QStringList kept;
     for (const QString &name : m_tablesBefore) {
         const qint64 index = name.startsWith(QLatin1String("table")) ? name.mid(5).toLongLong() : 0;

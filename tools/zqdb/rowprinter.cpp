@@ -97,7 +97,7 @@ void RowPrinter::writeAligned(const QVector<QString> &cells)
 void RowPrinter::writeCsv(const QString *cells, int count)
 {
     QVector<QByteArray> bytes(count);
-    QVector<RowStream::Cell> utf8(count);
+    QVector<Database::RowBlockReader::TextCell> utf8(count);
     for (int c = 0; c < count; ++c) {
         bytes[c] = cells[c].toUtf8();
         utf8[c] = {bytes[c].constData(), int(bytes[c].size())};
@@ -105,7 +105,7 @@ void RowPrinter::writeCsv(const QString *cells, int count)
     writeCsv(utf8.constData(), count);
 }
 
-void RowPrinter::writeCsv(const RowStream::Cell *cells, int count)
+void RowPrinter::writeCsv(const Database::RowBlockReader::TextCell *cells, int count)
 {
     for (int c = 0; c < count; ++c) {
         if (c > 0)
@@ -115,7 +115,7 @@ void RowPrinter::writeCsv(const RowStream::Cell *cells, int count)
     m_buffer += '\n';
 }
 
-void RowPrinter::addRow(const RowStream::Cell *cells, int count)
+void RowPrinter::addRow(const Database::RowBlockReader::TextCell *cells, int count)
 {
     writeCsv(cells, count);
     write(false);

@@ -1,7 +1,7 @@
 #ifndef ZQDB_ROWPRINTER_H
 #define ZQDB_ROWPRINTER_H
 
-#include "rowstream.h"
+#include <database/rowblockreader.h>
 
 #include <QByteArray>
 #include <QList>
@@ -25,7 +25,7 @@ public:
 
     void addRow(const QString *cells, int count);
     // Cells given as UTF-8, written as they are in CSV, the only format that takes them.
-    void addRow(const RowStream::Cell *cells, int count);
+    void addRow(const Database::RowBlockReader::TextCell *cells, int count);
     void addRow(const QVector<QString> &cells) { addRow(cells.constData(), int(cells.size())); }
 #if QT_VERSION < QT_VERSION_CHECK(6, 0, 0) // Qt 6's QStringList is a QVector<QString>
     void addRow(const QStringList &cells) { addRow(cells.toVector()); }
@@ -42,7 +42,7 @@ private:
     void flushRows();
     void writeAligned(const QVector<QString> &cells);
     void writeCsv(const QString *cells, int count);
-    void writeCsv(const RowStream::Cell *cells, int count);
+    void writeCsv(const Database::RowBlockReader::TextCell *cells, int count);
     void writeCsvField(const char *data, int size);
     bool write(bool force);
 
