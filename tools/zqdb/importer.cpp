@@ -8,6 +8,7 @@
 #include <database/csvimporter.h>
 #include <database/databasegenerator.h>
 #include <database/progressscope.h>
+#include <database/replacingimport.h>
 #include <database/rowblockreader.h>
 #include <database/xlsxtodbgenerator.h>
 
@@ -17,10 +18,8 @@
 #include <QTemporaryFile>
 #include <QTextStream>
 
-#include <cerrno>
 #include <climits>
 #include <cstdio>
-#include <cstring>
 #include <sys/resource.h>
 #include <unistd.h>
 
@@ -136,25 +135,19 @@ int Importer::run(const QString &source, const QString &target)
 
     // --replace builds the new database beside the target and swaps it in only on success.
     const bool targetExisted = QFileInfo::exists(target);
-    QScopedPointer<QTemporaryFile> replacement;
+    QScopedPointer<Database::ReplacingImport> replacement;
     QString workPath = target;
     if (m_options.mode == Replace) {
-        const QFileInfo info(target);
-        replacement.reset(new QTemporaryFile(info.absolutePath() + QLatin1String("/.")
-                                             + info.fileName() + QLatin1String(".zqdb-XXXXXX")));
-        if (!replacement->open())
+        replacement.reset(new Database::ReplacingImport(target));
+        if (!replacement->begin())
             return fail(tr("cannot create a new file beside '%1': %2.")
                                 .arg(shown(target), replacement->errorString()));
-        ProgressBar::removeOnInterrupt(replacement->fileName());
-        ProgressBar::removeOnInterrupt(replacement->fileName() + QLatin1String("-journal"));
-        replacement->close();
-        if (info.exists())
-            replacement->setPermissions(QFile(target).permissions());
-        workPath = replacement->fileName();
+        workPath = replacement->workFile();
+        ProgressBar::removeOnInterrupt(workPath);
+        ProgressBar::removeOnInterrupt(workPath + QLatin1String("-journal"));
     }
 
     m_err.flush();
-    const QByteArray workName = QFile::encodeName(workPath);
     bool ok = false;
     QString log;
     {
@@ -199,14 +192,11 @@ int Importer::run(const QString &source, const QString &target)
                   << '\n';
         return Failure;
     }
-    if (replacement
-        && std::rename(workName.constData(), QFile::encodeName(target).constData()) != 0)
+    if (replacement && !replacement->commit())
         return fail(tr("cannot put the new database in place of '%1': %2.")
-                            .arg(shown(target), QString::fromLocal8Bit(std::strerror(errno))));
-    if (replacement) {
-        replacement->setAutoRemove(false);
+                            .arg(shown(target), replacement->errorString()));
+    if (replacement)
         ProgressBar::keepOnInterrupt(workPath);
-    }
 
     if (ProgressBar::interrupted())
         fail(tr("Ctrl-C came too late to stop the import."));
