@@ -2,6 +2,7 @@
 
 #include "databasehandler.h"
 #include "sqlitehandle_p.h"
+#include "utf8_p.h"
 
 #include <QHash>
 #include <QSqlDatabase>
@@ -24,41 +25,6 @@ QVariant nullText()
 #else
     return QVariant(QVariant::String);
 #endif
-}
-
-// Well-formed UTF-8 (no overlong forms, surrogates or values past U+10FFFF): text that the
-// driver's UTF-16 round trip gives back byte for byte.
-bool isWellFormedUtf8(const unsigned char *text, int size)
-{
-    for (int i = 0; i < size;) {
-        const unsigned char lead = text[i];
-        if (lead < 0x80) {
-            ++i;
-            continue;
-        }
-        int length = 0;
-        unsigned char low = 0x80, high = 0xBF;
-        if (lead >= 0xC2 && lead <= 0xDF) {
-            length = 2;
-        } else if (lead >= 0xE0 && lead <= 0xEF) {
-            length = 3;
-            low = lead == 0xE0 ? 0xA0 : 0x80;
-            high = lead == 0xED ? 0x9F : 0xBF;
-        } else if (lead >= 0xF0 && lead <= 0xF4) {
-            length = 4;
-            low = lead == 0xF0 ? 0x90 : 0x80;
-            high = lead == 0xF4 ? 0x8F : 0xBF;
-        } else {
-            return false;
-        }
-        if (i + length > size || text[i + 1] < low || text[i + 1] > high)
-            return false;
-        for (int k = 2; k < length; ++k)
-            if ((text[i + k] & 0xC0) != 0x80)
-                return false;
-        i += length;
-    }
-    return true;
 }
 
 // One select over a run of a table's rows: SQLite's own statement where the driver runs on
@@ -137,7 +103,7 @@ public:
             default: {
                 const unsigned char *utf8 = sqlite3_column_text(m_statement, column);
                 const int size = sqlite3_column_bytes(m_statement, column);
-                if (isWellFormedUtf8(utf8, size))
+                if (isValidUtf8(reinterpret_cast<const char *>(utf8), size))
                     return {reinterpret_cast<const char *>(utf8), size};
                 *scratch = text16(column).toUtf8();
             }

@@ -12,6 +12,7 @@
 #include <database/memorydatabasemanager.h>
 #include <database/progressscope.h>
 #include <database/rowblockreader.h>
+#include <database/textfilesurvey.h>
 
 #include <QFile>
 #include <QFileInfo>
@@ -164,20 +165,6 @@ bool flushData(const char *command, QTextStream &out, QTextStream &err)
     err << tr("zqdb %1: cannot write to standard output: %2.").arg(QLatin1String(command), reason)
         << '\n';
     return false;
-}
-
-// Sends a file's bytes to a device; false on a write error.
-bool copyFile(const QString &path, QIODevice *device)
-{
-    QFile file(path);
-    if (!file.open(QIODevice::ReadOnly))
-        return false;
-    while (!file.atEnd()) {
-        const QByteArray chunk = file.read(1 << 20);
-        if (device->write(chunk) != chunk.size())
-            return false;
-    }
-    return true;
 }
 
 } // namespace
@@ -425,7 +412,10 @@ int exportCsv(const QString &database, const QString &csvFile, QTextStream &out,
     if (toStandardOutput) {
         out.flush();
         errno = 0;
-        if (!copyFile(target, out.device())) {
+        QString error;
+        QFile written(target); // by name: the exporter may have put a new file in its place
+        if (!written.open(QIODevice::ReadOnly)
+            || !Database::TextFileSurvey::copy(written, *out.device(), &error)) {
             err << tr("zqdb export: cannot write to standard output: %1.")
                             .arg(errno != 0 ? QString::fromLocal8Bit(std::strerror(errno))
                                             : out.device()->errorString())
@@ -461,8 +451,8 @@ QString utf8Warning(const QString &command, const QString &source)
             .arg(command, source);
 }
 
-int walkMemoryTable(const QString &linesFile, TextSource::Encoding encoding, bool encodingSet,
-                    QTextStream &out, QTextStream &err)
+int walkMemoryTable(const QString &linesFile, bool utf8, bool encodingSet, QTextStream &out,
+                    QTextStream &err)
 {
     const QFileInfo info(linesFile);
     if (info.isDir()) {
@@ -471,12 +461,12 @@ int walkMemoryTable(const QString &linesFile, TextSource::Encoding encoding, boo
         return Failure;
     }
     QString error;
-    const QStringList lines = TextSource::readLines(linesFile, encoding, &error);
+    const QStringList lines = Database::TextFileSurvey::readLines(linesFile, utf8, &error);
     if (!error.isEmpty()) {
         err << tr("zqdb memory: cannot read '%1': %2.").arg(shown(linesFile), error) << '\n';
         return Failure;
     }
-    if (!encodingSet && TextSource::looksLikeUtf8(linesFile))
+    if (!encodingSet && Database::TextFileSurvey::looksLikeUtf8(linesFile))
         err << utf8Warning(QStringLiteral("memory"), QStringLiteral("'%1'").arg(shown(linesFile)))
             << Qt::endl; // before the rows it is about
 

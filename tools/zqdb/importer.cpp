@@ -10,6 +10,7 @@
 #include <database/progressscope.h>
 #include <database/replacingimport.h>
 #include <database/rowblockreader.h>
+#include <database/textfilesurvey.h>
 #include <database/xlsxtodbgenerator.h>
 
 #include <QFile>
@@ -28,6 +29,7 @@ namespace Zqdb {
 namespace {
 
 const QByteArray ZipMagic("PK\x03\x04", 4);
+using Encoding = Database::CsvImporter::Encoding;
 
 // The lines under a "'...' now holds:" heading, one per table.
 void listTables(QTextStream &err, const QList<DatabaseFile::Table> &tables, const char *indent)
@@ -39,30 +41,6 @@ void listTables(QTextStream &err, const QList<DatabaseFile::Table> &tables, cons
 QString shownSeparator(const QString &separator)
 {
     return separator == QLatin1String("\t") ? QStringLiteral("\\t") : separator;
-}
-
-// Copies standard input into file; false with the reason on a read or write error.
-bool copyStandardInput(QFile &file, QString *error)
-{
-    QFile in;
-    if (!in.open(stdin, QIODevice::ReadOnly)) {
-        *error = in.errorString();
-        return false;
-    }
-    while (true) {
-        const QByteArray chunk = in.read(1 << 20);
-        if (chunk.isEmpty())
-            break;
-        if (file.write(chunk) != chunk.size()) {
-            *error = file.errorString();
-            return false;
-        }
-    }
-    if (!file.flush()) {
-        *error = file.errorString();
-        return false;
-    }
-    return true;
 }
 
 } // namespace
@@ -109,17 +87,17 @@ int Importer::run(const QString &source, const QString &target)
     // CSV, and encodings beyond the library importer's own rule, go through CsvImporter; its
     // line rule splits as the library's importer does.
     const bool csvImporter = !spreadsheet
-            && (m_options.csv || m_options.encoding == TextSource::Gb18030
-                || m_options.encoding == TextSource::Automatic);
+            && (m_options.csv || m_options.encoding == Encoding::Gb18030
+                || m_options.encoding == Encoding::Automatic);
     // A text source in UTF-8 reaches the importer with a byte-order mark on every line.
     QTemporaryFile utf8Copy(QDir::tempPath() + QLatin1String("/zqdb-utf8-XXXXXX"));
     QString importPath = sourcePath;
-    if (!spreadsheet && !csvImporter && m_options.encoding == TextSource::Utf8) {
+    if (!spreadsheet && !csvImporter && m_options.encoding == Encoding::Utf8) {
         QString error;
         if (utf8Copy.open())
             ProgressBar::removeOnInterrupt(utf8Copy.fileName());
         if (!utf8Copy.isOpen()
-            || !TextSource::writeUtf8Copy(sourcePath, utf8Copy.fileName(), &error))
+            || !Database::TextFileSurvey::writeUtf8Copy(sourcePath, utf8Copy.fileName(), &error))
             return fail(tr("cannot prepare a UTF-8 copy of %1 in '%2': %3.")
                                 .arg(sourceName, shown(QDir::tempPath()),
                                      error.isEmpty() ? utf8Copy.errorString() : error));
@@ -160,10 +138,8 @@ int Importer::run(const QString &source, const QString &target)
             log = generator.getLog();
         } else if (csvImporter) {
             using Csv = Database::CsvImporter;
-            const Csv::Encoding encodings[] = {Csv::Encoding::PerLine, Csv::Encoding::Utf8,
-                                               Csv::Encoding::Gb18030, Csv::Encoding::Automatic};
             Csv importer({m_options.csv ? Csv::Format::Rfc4180 : Csv::Format::LineRule,
-                          encodings[m_options.encoding], m_options.separator});
+                          m_options.encoding, m_options.separator});
             ok = importer.importFile(importPath, workPath);
             log = importer.log();
         } else {
@@ -226,7 +202,11 @@ bool Importer::openSource(const QString &source, QTemporaryFile &stdinCopy, QStr
         QString error;
         if (stdinCopy.open())
             ProgressBar::removeOnInterrupt(stdinCopy.fileName());
-        if (!stdinCopy.isOpen() || !copyStandardInput(stdinCopy, &error))
+        QFile in;
+        if (!in.open(stdin, QIODevice::ReadOnly))
+            error = in.errorString();
+        if (!stdinCopy.isOpen() || !error.isEmpty()
+            || !Database::TextFileSurvey::copy(in, stdinCopy, &error))
             return refuse(tr("cannot keep standard input in '%1': %2.")
                                   .arg(shown(stdinCopy.fileName()),
                                        error.isEmpty() ? stdinCopy.errorString() : error));
@@ -293,10 +273,10 @@ bool Importer::checkTarget(const QString &target)
 
 void Importer::adviseOnText(const QString &path, const QString &shownName)
 {
-    if (!m_options.encodingSet && TextSource::looksLikeUtf8(path))
+    if (!m_options.encodingSet && Database::TextFileSurvey::looksLikeUtf8(path))
         m_err << utf8Warning(QStringLiteral("import"), shownName) << '\n';
-    const QList<TextSource::HeadLine> head = TextSource::head(path, m_options.separator);
-    for (const TextSource::HeadLine &line : head)
+    const QList<Database::TextFileSurvey::HeadLine> head = Database::TextFileSurvey::head(path, m_options.separator);
+    for (const Database::TextFileSurvey::HeadLine &line : head)
         if (line.hasSeparator)
             return;
     if (head.isEmpty())
@@ -309,9 +289,9 @@ void Importer::adviseOnText(const QString &path, const QString &shownName)
          {QStringLiteral("\t"), QStringLiteral(","), QStringLiteral(";"), QStringLiteral("|")}) {
         if (candidate == m_options.separator)
             continue;
-        const QList<TextSource::HeadLine> other = TextSource::head(path, candidate);
+        const QList<Database::TextFileSurvey::HeadLine> other = Database::TextFileSurvey::head(path, candidate);
         bool everywhere = !other.isEmpty();
-        for (const TextSource::HeadLine &line : other)
+        for (const Database::TextFileSurvey::HeadLine &line : other)
             everywhere = everywhere && line.hasSeparator && line.fields == other.first().fields;
         if (everywhere) {
             hint += QLatin1Char(' ')
@@ -326,8 +306,8 @@ void Importer::adviseOnText(const QString &path, const QString &shownName)
 
 void Importer::warnOfLineRuleChanges(const QString &path)
 {
-    const TextSource::LineRuleChanges changes
-            = TextSource::lineRuleChanges(path, m_options.separator, m_options.encoding);
+    const Database::TextFileSurvey::LineRuleChanges changes
+            = Database::TextFileSurvey::lineRuleChanges(path, m_options.separator, m_options.encoding);
     if (changes.lines == 0)
         return;
     m_err << tr("zqdb import: warning: the line rule changes the data of %n line(s), the first "
@@ -364,9 +344,9 @@ void Importer::explainFailure(const QString &log, const QString &source, const Q
               << '\n';
     if (log.contains(QLatin1String("Content error"))) {
         // The check compares the first six non-empty lines: show which of them differ.
-        const QList<TextSource::HeadLine> head = TextSource::head(sourcePath, m_options.separator);
+        const QList<Database::TextFileSurvey::HeadLine> head = Database::TextFileSurvey::head(sourcePath, m_options.separator);
         QStringList counts;
-        for (const TextSource::HeadLine &line : head)
+        for (const Database::TextFileSurvey::HeadLine &line : head)
             counts << tr("line %1: %n field(s)", nullptr, line.fields).arg(line.number);
         m_err << "  "
               << tr("The first %n non-empty line(s) must split into as many fields at '%1':",
@@ -404,7 +384,7 @@ bool Importer::checkColumns(const QString &source, bool spreadsheet, const QStri
         if (reader.open(source))
             incoming = reader.columnCount();
     } else {
-        const QList<TextSource::HeadLine> head = TextSource::head(source, m_options.separator);
+        const QList<Database::TextFileSurvey::HeadLine> head = Database::TextFileSurvey::head(source, m_options.separator);
         incoming = head.isEmpty() ? 0 : head.first().fields;
     }
     if (incoming <= 0 || existing == incoming)
@@ -426,7 +406,7 @@ QStringList Importer::keptTables(const QString &source, bool spreadsheet) const
         if (reader.open(source) && !reader.isEmpty() && reader.columnCount() > 0)
             rows = reader.rowCount();
     } else {
-        rows = TextSource::countRows(source, m_options.separator);
+        rows = Database::TextFileSurvey::countRows(source, m_options.separator);
     }
     const qint64 batches = (rows + Database::RowBlockReader::ImporterRowsPerTable - 1) / Database::RowBlockReader::ImporterRowsPerTable;
     QStringList kept;

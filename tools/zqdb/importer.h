@@ -1,7 +1,7 @@
 #ifndef ZQDB_IMPORTER_H
 #define ZQDB_IMPORTER_H
 
-#include "textsource.h"
+#include <database/csvimporter.h>
 
 #include <QString>
 #include <QStringList>
@@ -23,7 +23,7 @@ public:
         bool csv = false; // RFC 4180 through CsvImporter
         QString separator = QStringLiteral(",");
         bool separatorSet = false;
-        TextSource::Encoding encoding = TextSource::Gb2312;
+        Database::CsvImporter::Encoding encoding = Database::CsvImporter::Encoding::PerLine;
         bool encodingSet = false;
         Mode mode = NewOnly;
     };

@@ -4,6 +4,7 @@
 #include "translate.h"
 
 #include <core/settings.h>
+#include <database/csvimporter.h>
 
 #include <QCommandLineParser>
 #include <QCoreApplication>
@@ -99,6 +100,22 @@ QString unescapeSeparator(const QString &text)
     QString result = text;
     result.replace(QLatin1String("\\t"), QLatin1String("\t"));
     return result;
+}
+
+using Encoding = Database::CsvImporter::Encoding;
+
+// "gb2312" (the library's own per-line rule), "utf-8", "gb18030" or "auto", in any case and
+// with or without the dash.
+bool parseEncoding(const QString &name, Encoding *encoding)
+{
+    const QString key = name.toLower().remove(QLatin1Char('-'));
+    const QStringList names{"gb2312", "utf8", "gb18030", "auto"};
+    const Encoding encodings[] = {Encoding::PerLine, Encoding::Utf8, Encoding::Gb18030,
+                                  Encoding::Automatic};
+    const int index = names.indexOf(key);
+    if (index >= 0)
+        *encoding = encodings[index];
+    return index >= 0;
 }
 
 bool parseCount(const QString &text, qint64 *value)
@@ -264,16 +281,15 @@ int main(int argc, char *argv[])
             = (isImport || name == QLatin1String("memory")) && commandParser.isSet(encoding);
     if (isImport && commandParser.isSet(replace) && commandParser.isSet(inPlace))
         return usage(tr("choose one of --replace and --in-place."));
-    Zqdb::TextSource::Encoding textEncoding = Zqdb::TextSource::Gb2312;
-    const bool parsed = !encodingSet
-            || Zqdb::TextSource::parseEncoding(commandParser.value(encoding), &textEncoding);
+    Encoding textEncoding = Encoding::PerLine;
+    const bool parsed = !encodingSet || parseEncoding(commandParser.value(encoding), &textEncoding);
     if (isImport && !parsed)
         return usage(tr("--encoding takes gb2312, utf-8, gb18030 or auto, not '%1'.")
                              .arg(commandParser.value(encoding)));
     // The memory table's lines are read here, in the importer's rule or as UTF-8.
     if (!isImport
         && (!parsed
-            || (textEncoding != Zqdb::TextSource::Gb2312 && textEncoding != Zqdb::TextSource::Utf8)))
+            || (textEncoding != Encoding::PerLine && textEncoding != Encoding::Utf8)))
         return usage(tr("--encoding takes gb2312 or utf-8 for memory, not '%1'.")
                              .arg(commandParser.value(encoding)));
 
@@ -306,7 +322,7 @@ int main(int argc, char *argv[])
             options.separator = unescapeSeparator(commandParser.value(separator));
         options.separatorSet = commandParser.isSet(separator);
         options.csv = commandParser.isSet(csvImport);
-        options.encoding = encodingSet || !options.csv ? textEncoding : Zqdb::TextSource::Automatic;
+        options.encoding = encodingSet || !options.csv ? textEncoding : Encoding::Automatic;
         options.encodingSet = encodingSet;
         options.mode = commandParser.isSet(replace) ? Zqdb::Importer::Replace
                 : commandParser.isSet(inPlace)      ? Zqdb::Importer::InPlace
@@ -315,7 +331,8 @@ int main(int argc, char *argv[])
     } else if (name == QLatin1String("export")) {
         result = Zqdb::exportCsv(args.at(0), args.at(1), out, err);
     } else if (name == QLatin1String("memory")) {
-        result = Zqdb::walkMemoryTable(args.at(0), textEncoding, encodingSet, out, err);
+        result = Zqdb::walkMemoryTable(args.at(0), textEncoding == Encoding::Utf8, encodingSet, out,
+                                       err);
     }
     out.flush();
     if (result == Zqdb::Success && out.status() != QTextStream::Ok) {
