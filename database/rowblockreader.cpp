@@ -206,9 +206,8 @@ bool RowBlockReader::Private::scan(qint64 from, qint64 end, const QList<int> &co
 // select differently, otherwise, or when the joint select fails, one field per statement, so
 // that a field the table lacks leaves only its own cells invalid.
 template<typename Visit>
-bool RowBlockReader::Private::scanTable(const QSqlDatabase &database, sqlite3 *handle,
-                                        qint64 from, qint64 end, const QList<int> &columns,
-                                        Visit &visit) const
+bool RowBlockReader::Private::scanTable(const QSqlDatabase &database, sqlite3 *handle, qint64 from,
+                                        qint64 end, const QList<int> &columns, Visit &visit) const
 {
     const QString table = tables.at(int(from / rowsPerTable));
     const QString tail = QStringLiteral(" FROM ") + table + QStringLiteral(" LIMIT ")
@@ -235,8 +234,8 @@ bool RowBlockReader::Private::scanTable(const QSqlDatabase &database, sqlite3 *h
         if (joint) {
             sources[size_t(c)] = {selects.front().get(), c};
         } else if (column >= 0 && column < fields.size()) {
-            selects.emplace_back(
-                    new Select(handle, database, QStringLiteral("SELECT ") + fields.at(column) + tail));
+            selects.emplace_back(new Select(handle, database,
+                                            QStringLiteral("SELECT ") + fields.at(column) + tail));
             sources[size_t(c)] = {selects.back().get(), 0};
         }
     }
@@ -316,9 +315,8 @@ bool RowBlockReader::readText(qint64 from, qint64 end, const QList<int> &columns
     std::vector<QByteArray> scratch(cells.size());
     return d->scan(from, end, columns, [&](qint64 row, const Source *sources) {
         for (size_t c = 0; c < cells.size(); ++c)
-            cells[c] = sources[c].select
-                    ? sources[c].select->text(sources[c].column, &scratch[c])
-                    : TextCell{"", 0};
+            cells[c] = sources[c].select ? sources[c].select->text(sources[c].column, &scratch[c])
+                                         : TextCell{"", 0};
         return sink(row, cells.data());
     });
 }

@@ -153,8 +153,8 @@ QList<TextFileSurvey::HeadLine> TextFileSurvey::head(const QString &path, const 
 }
 
 TextFileSurvey::LineRuleChanges TextFileSurvey::lineRuleChanges(const QString &path,
-                                                         const QString &separator,
-                                                             CsvImporter::Encoding encoding)
+                                                                const QString &separator,
+                                                                CsvImporter::Encoding encoding)
 {
     LineRuleChanges found;
     QFile file(path);

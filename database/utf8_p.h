@@ -24,7 +24,12 @@ inline bool isAscii(const char *data, qsizetype size)
 // Length of the UTF-8 sequence a lead byte starts, 0 for a byte that cannot lead one.
 inline int utf8SequenceLength(uchar lead)
 {
-    return lead < 0x80 ? 1 : lead < 0xc2 ? 0 : lead < 0xe0 ? 2 : lead < 0xf0 ? 3 : lead < 0xf5 ? 4 : 0;
+    return lead < 0x80    ? 1
+            : lead < 0xc2 ? 0
+            : lead < 0xe0 ? 2
+            : lead < 0xf0 ? 3
+            : lead < 0xf5 ? 4
+                          : 0;
 }
 
 // Whether data is well-formed UTF-8 (no overlong forms, surrogates or values past U+10FFFF):

@@ -40,7 +40,8 @@ void tst_ReplacingImport::replacesOnlyOnCommit()
     QVERIFY(TestSupport::writeFile(source, importSucceeds ? "a,b\n1,2\n" : "a,b\n1,2,3\n4\n"));
     if (targetExists) {
         QVERIFY(TestSupport::sqlite(target, "CREATE TABLE old (x); INSERT INTO old VALUES (7);"));
-        QVERIFY(QFile::setPermissions(target, QFile::ReadOwner | QFile::WriteOwner | QFile::ReadOther));
+        QVERIFY(QFile::setPermissions(target,
+                                      QFile::ReadOwner | QFile::WriteOwner | QFile::ReadOther));
     }
     const QFileDevice::Permissions permissions = QFile::permissions(target);
     const QByteArray before = TestSupport::readFile(target);

@@ -22,8 +22,8 @@ class DatabaseObject
 namespace {
 
 // Runs of rows at block and table edges, before the first and past the last: (first, count).
-const QList<QPair<int, int>> Runs = {{100006, 4}, {49990, 20}, {-3, 5},  {0, 3},
-                                     {255, 2},    {50298, 4}, {150000, 3}, {50010, 1}};
+const QList<QPair<int, int>> Runs = {{100006, 4}, {49990, 20}, {-3, 5},     {0, 3},
+                                     {255, 2},    {50298, 4},  {150000, 3}, {50010, 1}};
 
 QByteArray textOf(const QVariant &value)
 {
@@ -82,11 +82,11 @@ void tst_RowBlockReader::matchesRecordValue_data()
     QTest::newRow("indexed column")
             << generated(1, 50000) + "CREATE INDEX i2 ON table1 (column2);" + generated(2, 3) << 40;
     // Blobs, big integers and malformed UTF-8, which SQLite decodes for the driver.
-    QTest::newRow("stored types")
-            << table(1, 50000, "id INTEGER PRIMARY KEY, a, b",
-                     "NULL, CASE i % 3 WHEN 0 THEN x'00ff41' WHEN 1 THEN 9007199254740993 * i "
-                     "ELSE CAST(x'41c0af42e29c' AS TEXT) END, 1e300 / (i + 1)")
-            << 34;
+    QTest::newRow("stored types") << table(
+            1, 50000, "id INTEGER PRIMARY KEY, a, b",
+            "NULL, CASE i % 3 WHEN 0 THEN x'00ff41' WHEN 1 THEN 9007199254740993 * i "
+            "ELSE CAST(x'41c0af42e29c' AS TEXT) END, 1e300 / (i + 1)")
+                                  << 34;
 }
 
 // Every cell of the runs, as values and as text, and of asked-for columns in any order (one
@@ -168,9 +168,8 @@ void tst_RowBlockReader::readsNothingOnceClosed()
     QVector<QVariant> values;
     QVERIFY(!reader.readValues(0, 2, {0, 1}, &values));
     QCOMPARE(values, QVector<QVariant>(4));
-    QVERIFY(!reader.readText(0, 1, {0}, [](qint64, const RowBlockReader::TextCell *) {
-        return true;
-    }));
+    QVERIFY(!reader.readText(0, 1, {0},
+                             [](qint64, const RowBlockReader::TextCell *) { return true; }));
 
     const QString notDatabase = m_catalogue.sysDir() + "/notadb.db";
     QVERIFY(TestSupport::writeFile(notDatabase, QByteArray(4096, 'x')));

@@ -70,9 +70,11 @@ void tst_TextFileSurvey::stagesUtf8AndStandardInput()
     const QString staged = m_dir.filePath("staged");
     QString error;
     QVERIFY(TextFileSurvey::writeUtf8Copy(write(text), staged, &error));
-    QCOMPARE(TestSupport::readFile(staged), QByteArray("\xEF\xBB\xBF\xe5\x90\x8d,b\n\n"
-                                                       "\xEF\xBB\xBFx,\xc3\xa9\n"));
-    const QStringList lines{QString::fromUtf8("\xe5\x90\x8d,b"), "", QString::fromUtf8("x,\xc3\xa9")};
+    QCOMPARE(TestSupport::readFile(staged),
+             QByteArray("\xEF\xBB\xBF\xe5\x90\x8d,b\n\n"
+                        "\xEF\xBB\xBFx,\xc3\xa9\n"));
+    const QStringList lines{QString::fromUtf8("\xe5\x90\x8d,b"), "",
+                            QString::fromUtf8("x,\xc3\xa9")};
     QCOMPARE(TextFileSurvey::readLines(staged, false, &error), lines);
     QCOMPARE(TextFileSurvey::readLines(write(text), true, &error), lines);
     QVERIFY(error.isEmpty());

@@ -310,7 +310,8 @@ int catRows(const QString &database, const CatOptions &options, QTextStream &out
     out.flush();
     RowPrinter printer(device, options.csv ? RowPrinter::Csv : RowPrinter::Aligned, header);
     QVector<QString> line;
-    reader.readText(options.from, end, selected, [&](qint64 row, const Database::RowBlockReader::TextCell *cells) {
+    using Cell = Database::RowBlockReader::TextCell;
+    reader.readText(options.from, end, selected, [&](qint64 row, const Cell *cells) {
         if (options.csv) {
             printer.addRow(cells, selected.size());
             return true;

@@ -30,6 +30,7 @@ namespace {
 
 const QByteArray ZipMagic("PK\x03\x04", 4);
 using Encoding = Database::CsvImporter::Encoding;
+using Database::TextFileSurvey;
 
 // The lines under a "'...' now holds:" heading, one per table.
 void listTables(QTextStream &err, const QList<DatabaseFile::Table> &tables, const char *indent)
@@ -97,7 +98,7 @@ int Importer::run(const QString &source, const QString &target)
         if (utf8Copy.open())
             ProgressBar::removeOnInterrupt(utf8Copy.fileName());
         if (!utf8Copy.isOpen()
-            || !Database::TextFileSurvey::writeUtf8Copy(sourcePath, utf8Copy.fileName(), &error))
+            || !TextFileSurvey::writeUtf8Copy(sourcePath, utf8Copy.fileName(), &error))
             return fail(tr("cannot prepare a UTF-8 copy of %1 in '%2': %3.")
                                 .arg(sourceName, shown(QDir::tempPath()),
                                      error.isEmpty() ? utf8Copy.errorString() : error));
@@ -205,8 +206,7 @@ bool Importer::openSource(const QString &source, QTemporaryFile &stdinCopy, QStr
         QFile in;
         if (!in.open(stdin, QIODevice::ReadOnly))
             error = in.errorString();
-        if (!stdinCopy.isOpen() || !error.isEmpty()
-            || !Database::TextFileSurvey::copy(in, stdinCopy, &error))
+        if (!stdinCopy.isOpen() || !error.isEmpty() || !TextFileSurvey::copy(in, stdinCopy, &error))
             return refuse(tr("cannot keep standard input in '%1': %2.")
                                   .arg(shown(stdinCopy.fileName()),
                                        error.isEmpty() ? stdinCopy.errorString() : error));
@@ -273,10 +273,10 @@ bool Importer::checkTarget(const QString &target)
 
 void Importer::adviseOnText(const QString &path, const QString &shownName)
 {
-    if (!m_options.encodingSet && Database::TextFileSurvey::looksLikeUtf8(path))
+    if (!m_options.encodingSet && TextFileSurvey::looksLikeUtf8(path))
         m_err << utf8Warning(QStringLiteral("import"), shownName) << '\n';
-    const QList<Database::TextFileSurvey::HeadLine> head = Database::TextFileSurvey::head(path, m_options.separator);
-    for (const Database::TextFileSurvey::HeadLine &line : head)
+    const QList<TextFileSurvey::HeadLine> head = TextFileSurvey::head(path, m_options.separator);
+    for (const TextFileSurvey::HeadLine &line : head)
         if (line.hasSeparator)
             return;
     if (head.isEmpty())
@@ -289,9 +289,9 @@ void Importer::adviseOnText(const QString &path, const QString &shownName)
          {QStringLiteral("\t"), QStringLiteral(","), QStringLiteral(";"), QStringLiteral("|")}) {
         if (candidate == m_options.separator)
             continue;
-        const QList<Database::TextFileSurvey::HeadLine> other = Database::TextFileSurvey::head(path, candidate);
+        const QList<TextFileSurvey::HeadLine> other = TextFileSurvey::head(path, candidate);
         bool everywhere = !other.isEmpty();
-        for (const Database::TextFileSurvey::HeadLine &line : other)
+        for (const TextFileSurvey::HeadLine &line : other)
             everywhere = everywhere && line.hasSeparator && line.fields == other.first().fields;
         if (everywhere) {
             hint += QLatin1Char(' ')
@@ -306,8 +306,8 @@ void Importer::adviseOnText(const QString &path, const QString &shownName)
 
 void Importer::warnOfLineRuleChanges(const QString &path)
 {
-    const Database::TextFileSurvey::LineRuleChanges changes
-            = Database::TextFileSurvey::lineRuleChanges(path, m_options.separator, m_options.encoding);
+    const TextFileSurvey::LineRuleChanges changes
+            = TextFileSurvey::lineRuleChanges(path, m_options.separator, m_options.encoding);
     if (changes.lines == 0)
         return;
     m_err << tr("zqdb import: warning: the line rule changes the data of %n line(s), the first "
@@ -344,9 +344,10 @@ void Importer::explainFailure(const QString &log, const QString &source, const Q
               << '\n';
     if (log.contains(QLatin1String("Content error"))) {
         // The check compares the first six non-empty lines: show which of them differ.
-        const QList<Database::TextFileSurvey::HeadLine> head = Database::TextFileSurvey::head(sourcePath, m_options.separator);
+        const QList<TextFileSurvey::HeadLine> head
+                = TextFileSurvey::head(sourcePath, m_options.separator);
         QStringList counts;
-        for (const Database::TextFileSurvey::HeadLine &line : head)
+        for (const TextFileSurvey::HeadLine &line : head)
             counts << tr("line %1: %n field(s)", nullptr, line.fields).arg(line.number);
         m_err << "  "
               << tr("The first %n non-empty line(s) must split into as many fields at '%1':",
@@ -384,7 +385,8 @@ bool Importer::checkColumns(const QString &source, bool spreadsheet, const QStri
         if (reader.open(source))
             incoming = reader.columnCount();
     } else {
-        const QList<Database::TextFileSurvey::HeadLine> head = Database::TextFileSurvey::head(source, m_options.separator);
+        const QList<TextFileSurvey::HeadLine> head
+                = TextFileSurvey::head(source, m_options.separator);
         incoming = head.isEmpty() ? 0 : head.first().fields;
     }
     if (incoming <= 0 || existing == incoming)
@@ -406,9 +408,10 @@ QStringList Importer::keptTables(const QString &source, bool spreadsheet) const
         if (reader.open(source) && !reader.isEmpty() && reader.columnCount() > 0)
             rows = reader.rowCount();
     } else {
-        rows = Database::TextFileSurvey::countRows(source, m_options.separator);
+        rows = TextFileSurvey::countRows(source, m_options.separator);
     }
-    const qint64 batches = (rows + Database::RowBlockReader::ImporterRowsPerTable - 1) / Database::RowBlockReader::ImporterRowsPerTable;
+    const qint64 batches = (rows + Database::RowBlockReader::ImporterRowsPerTable - 1)
+            / Database::RowBlockReader::ImporterRowsPerTable;
     QStringList kept;
     for (const QString &name : m_tablesBefore) {
         const qint64 index = name.startsWith(QLatin1String("table")) ? name.mid(5).toLongLong() : 0;

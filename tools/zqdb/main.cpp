@@ -110,8 +110,8 @@ bool parseEncoding(const QString &name, Encoding *encoding)
 {
     const QString key = name.toLower().remove(QLatin1Char('-'));
     const QStringList names{"gb2312", "utf8", "gb18030", "auto"};
-    const Encoding encodings[] = {Encoding::PerLine, Encoding::Utf8, Encoding::Gb18030,
-                                  Encoding::Automatic};
+    const Encoding encodings[]
+            = {Encoding::PerLine, Encoding::Utf8, Encoding::Gb18030, Encoding::Automatic};
     const int index = names.indexOf(key);
     if (index >= 0)
         *encoding = encodings[index];
@@ -288,8 +288,7 @@ int main(int argc, char *argv[])
                              .arg(commandParser.value(encoding)));
     // The memory table's lines are read here, in the importer's rule or as UTF-8.
     if (!isImport
-        && (!parsed
-            || (textEncoding != Encoding::PerLine && textEncoding != Encoding::Utf8)))
+        && (!parsed || (textEncoding != Encoding::PerLine && textEncoding != Encoding::Utf8)))
         return usage(tr("--encoding takes gb2312 or utf-8 for memory, not '%1'.")
                              .arg(commandParser.value(encoding)));
 
