@@ -4,7 +4,6 @@
 #include "databasehandlerfactory.h"
 #include "databasemanager.h"
 
-#include <QVector>
 
 namespace Database {
 
@@ -26,7 +25,7 @@ DatabaseObject *identity(const DatabaseTableModel *model)
 // Cells of up to m_blockRows rows of one table, row by row; invalid where recordValue is.
 struct DatabaseTableModel::Block
 {
-    QVector<QVariant> cells;
+    std::vector<QVariant> cells;
 };
 
 DatabaseTableModel::DatabaseTableModel(QObject *parent)
@@ -88,7 +87,9 @@ QVariant DatabaseTableModel::data(const QModelIndex &index, int role) const
     const int rowsPerTable = m_reader.rowsPerTable();
     const int offset = index.row() % rowsPerTable;
     const int first = index.row() - offset % m_blockRows;
-    return block(first)->cells.value((index.row() - first) * m_fieldNames.size() + index.column());
+    const std::vector<QVariant> &cells = block(first)->cells;
+    const size_t cell = size_t((index.row() - first) * m_fieldNames.size() + index.column());
+    return cell < cells.size() ? cells[cell] : QVariant();
 }
 
 QVariant DatabaseTableModel::headerData(int section, Qt::Orientation orientation, int role) const

@@ -141,7 +141,7 @@ struct Source
 
 } // namespace
 
-struct RowBlockReader::Private
+struct Q_DECL_HIDDEN RowBlockReader::Private
 {
     QString connectionName;
     QStringList tables;
@@ -296,9 +296,9 @@ int RowBlockReader::rowsPerTable() const
 }
 
 bool RowBlockReader::readValues(qint64 first, int count, const QList<int> &columns,
-                                QVector<QVariant> *cells) const
+                                std::vector<QVariant> *cells) const
 {
-    cells->fill(QVariant(), qMax(0, count) * columns.size());
+    cells->assign(size_t(qMax(0, count) * columns.size()), QVariant());
     QVariant *cell = cells->data();
     return d->scan(first, first + qMax(0, count), columns, [&](qint64, const Source *sources) {
         for (int c = 0; c < columns.size(); ++c, ++cell)

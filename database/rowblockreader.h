@@ -6,10 +6,10 @@
 #include <QList>
 #include <QStringList>
 #include <QVariant>
-#include <QVector>
 
 #include <functional>
 #include <memory>
+#include <vector>
 
 namespace Database {
 
@@ -62,7 +62,7 @@ public:
     /// one per entry of @p columns (field indexes). False, with every cell invalid, when the
     /// connection is closed: the answer then says nothing of the database.
     bool readValues(qint64 first, int count, const QList<int> &columns,
-                    QVector<QVariant> *cells) const;
+                    std::vector<QVariant> *cells) const;
     /// Hands rows @p from to @p end - 1 to @p sink in order, each cell as the UTF-8 text of
     /// recordValue's QVariant::toString() (empty where it is invalid). False when the
     /// connection is closed or the sink stopped.

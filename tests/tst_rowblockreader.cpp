@@ -107,9 +107,9 @@ void tst_RowBlockReader::matchesRecordValue()
     int valid = 0;
     for (const QList<int> &columns : {all, QList<int>{fields - 1, 0, fields, fields - 1}}) {
         for (const auto &run : Runs) {
-            QVector<QVariant> values;
+            std::vector<QVariant> values;
             QVERIFY(reader.readValues(run.first, run.second, columns, &values));
-            QCOMPARE(values.size(), run.second * columns.size());
+            QCOMPARE(int(values.size()), run.second * columns.size());
             QList<QByteArray> texts;
             qint64 next = run.first;
             QVERIFY(reader.readText(run.first, run.first + run.second, columns,
@@ -120,18 +120,19 @@ void tst_RowBlockReader::matchesRecordValue()
                                             texts << QByteArray(cells[c].data, cells[c].size);
                                         return true;
                                     }));
-            QCOMPARE(texts.size(), values.size());
-            for (int i = 0; i < values.size(); ++i) {
+            QCOMPARE(size_t(texts.size()), values.size());
+            for (int i = 0; i < int(values.size()); ++i) {
+                const QVariant &value = values[size_t(i)];
                 const int row = run.first + i / columns.size();
                 const QVariant expected
                         = handler->recordValue(row, columns.at(i % columns.size()), 50000);
-                QVERIFY2(values.at(i).userType() == expected.userType()
-                                 && values.at(i).isNull() == expected.isNull()
-                                 && values.at(i) == expected && texts.at(i) == textOf(expected),
+                QVERIFY2(value.userType() == expected.userType()
+                                 && value.isNull() == expected.isNull()
+                                 && value == expected && texts.at(i) == textOf(expected),
                          qPrintable(QStringLiteral("row %1 cell %2: %3 / %4, expected %5")
                                             .arg(row)
                                             .arg(i % columns.size())
-                                            .arg(values.at(i).toString(),
+                                            .arg(value.toString(),
                                                  QString::fromUtf8(texts.at(i)),
                                                  expected.toString())));
                 valid += expected.isValid() && columns == all;
@@ -165,9 +166,9 @@ void tst_RowBlockReader::readsNothingOnceClosed()
     RowBlockReader reader;
     QVERIFY(reader.setHandler(*handler));
     DatabaseHandlerFactory::instance()->unregistSqlDatabase(&m_reader);
-    QVector<QVariant> values;
+    std::vector<QVariant> values;
     QVERIFY(!reader.readValues(0, 2, {0, 1}, &values));
-    QCOMPARE(values, QVector<QVariant>(4));
+    QVERIFY(values == std::vector<QVariant>(4));
     QVERIFY(!reader.readText(0, 1, {0},
                              [](qint64, const RowBlockReader::TextCell *) { return true; }));
 
