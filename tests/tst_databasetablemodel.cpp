@@ -25,27 +25,14 @@ private slots:
     void switchesDatabase();
 
 private:
-    // A new catalogued database made by the sqlite3 shell; names are never reused, since Qt
-    // keeps a connection per name and reopens its last file.
-    QString addWithSql(const QString &sql)
-    {
-        const QString name = QStringLiteral("db%1").arg(++m_databases);
-        if (!TestSupport::sqlite(file(name), sql))
-            return QString();
-        Database::DatabaseManager::instance()->reload();
-        return name;
-    }
-    QString file(const QString &name) const { return m_catalogue.sysDir() + "/" + name + ".db"; }
-
-    TestSupport::TempCatalogue m_catalogue;
-    int m_databases = 0;
+    TestSupport::ShellCatalogue m_catalogue;
 };
 
 // Every cell of rows at the model's block and table edges, read out of order, equals
 // recordValue's; the reader's own cases are in tst_rowblockreader.
 void tst_DatabaseTableModel::matchesRecordValue()
 {
-    const QString name = addWithSql("BEGIN;" + generated(1, 50000) + generated(2, 50000)
+    const QString name = m_catalogue.add("BEGIN;" + generated(1, 50000) + generated(2, 50000)
                                     + generated(3, 7) + "COMMIT;");
     DatabaseTableModel model;
     QVERIFY(model.setDatabaseName(name));
@@ -69,9 +56,9 @@ void tst_DatabaseTableModel::matchesRecordValue()
 // leaves it empty and registered nowhere.
 void tst_DatabaseTableModel::switchesDatabase()
 {
-    const QString first = addWithSql(generated(1, 3));
-    const QString second = addWithSql(generated(1, 2) + generated(2, 2));
-    QVERIFY(TestSupport::writeFile(file("notadb"), QByteArray(4096, 'x')));
+    const QString first = m_catalogue.add(generated(1, 3));
+    const QString second = m_catalogue.add(generated(1, 2) + generated(2, 2));
+    QVERIFY(TestSupport::writeFile(m_catalogue.file("notadb"), QByteArray(4096, 'x')));
     Database::DatabaseManager::instance()->reload();
     DatabaseHandlerFactory *factory = DatabaseHandlerFactory::instance();
     DatabaseTableModel model;

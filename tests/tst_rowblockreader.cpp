@@ -42,20 +42,15 @@ private slots:
     void readsNothingOnceClosed();
 
 private:
-    // A new catalogued database made by the sqlite3 shell, opened by a handler; names are never
-    // reused, since Qt keeps a connection per name and reopens its last file.
     Database::DatabaseHandler *open(const QString &sql)
     {
-        const QString name = QStringLiteral("db%1").arg(++m_databases);
-        if (!TestSupport::sqlite(m_catalogue.sysDir() + "/" + name + ".db", sql))
-            return nullptr;
-        Database::DatabaseManager::instance()->reload();
-        return DatabaseHandlerFactory::instance()->registSqlDatabase(&m_reader, name);
+        const QString name = m_catalogue.add(sql);
+        return name.isEmpty() ? nullptr
+                              : DatabaseHandlerFactory::instance()->registSqlDatabase(&m_reader, name);
     }
 
-    TestSupport::TempCatalogue m_catalogue;
+    TestSupport::ShellCatalogue m_catalogue;
     Database::DatabaseObject m_reader;
-    int m_databases = 0;
 };
 
 void tst_RowBlockReader::matchesRecordValue_data()
@@ -162,7 +157,7 @@ void tst_RowBlockReader::readsNothingOnceClosed()
     QVERIFY(!reader.readText(0, 1, {0},
                              [](qint64, const RowBlockReader::TextCell *) { return true; }));
 
-    const QString notDatabase = m_catalogue.sysDir() + "/notadb.db";
+    const QString notDatabase = m_catalogue.file("notadb");
     QVERIFY(TestSupport::writeFile(notDatabase, QByteArray(4096, 'x')));
     Database::DatabaseManager::instance()->reload();
     handler = DatabaseHandlerFactory::instance()->registSqlDatabase(&m_reader, "notadb");
