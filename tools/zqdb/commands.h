@@ -19,6 +19,9 @@ struct CatOptions
     QString output = QStringLiteral("-"); // "-": standard output
 };
 
+// Writes "zqdb COMMAND: message" as a line to err; returns code.
+int fail(QTextStream &err, const char *command, const QString &message, int code = Failure);
+
 // Each command writes its data to out and everything else (status, warnings, complaints) to
 // err, and returns an ExitCode.
 int listDatabases(QTextStream &out, QTextStream &err);
