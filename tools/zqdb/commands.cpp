@@ -98,8 +98,8 @@ QString checkedPath(Session *session, const char *command, const QString &databa
     const QString resolved = session ? session->resolve(database) : database;
     if (name)
         *name = resolved;
-    const QString path = session && !resolved.isEmpty() ? session->catalogue()->path(resolved)
-                                                         : resolved;
+    const QString path
+            = session && !resolved.isEmpty() ? session->catalogue()->path(resolved) : resolved;
     if (resolved.isEmpty() && QFileInfo(database).isDir())
         fail(err, command, tr("'%1' is a directory, not a database file.").arg(shown(database)));
     else if (resolved.isEmpty())
@@ -285,16 +285,18 @@ int catRows(const QString &database, const CatOptions &options, QTextStream &out
             : options.from + qMin<qint64>(options.count, total - options.from);
     Database::RowBlockReader reader;
     if (!reader.setHandler(*handler))
-        return fail(err, "cat",
-                    tr("cannot read '%1': %2.")
-                            .arg(shown(databasePath), tr("it does not read as an SQLite database")));
+        return fail(
+                err, "cat",
+                tr("cannot read '%1': %2.")
+                        .arg(shown(databasePath), tr("it does not read as an SQLite database")));
     // The output file is truncated only once the rows can be read.
     QFile file(options.output);
     if (toFile && !file.open(QIODevice::WriteOnly | QIODevice::Truncate))
         return fail(err, "cat",
                     tr("cannot write '%1': %2.").arg(shown(options.output), file.errorString()));
     out.flush();
-    RowPrinter printer(toFile ? &file : out.device(), options.csv ? RowPrinter::Csv : RowPrinter::Aligned, header);
+    RowPrinter printer(toFile ? &file : out.device(),
+                       options.csv ? RowPrinter::Csv : RowPrinter::Aligned, header);
     QVector<QString> line;
     using Cell = Database::RowBlockReader::TextCell;
     reader.readText(options.from, end, selected, [&](qint64 row, const Cell *cells) {
@@ -379,11 +381,11 @@ int exportCsv(const QString &database, const QString &csvFile, QTextStream &out,
     // Looked at, not opened: opening could create the file the export did not write.
     const QString written = ok ? QString() : DatabaseFile::writeProblem(target, false);
     if (!ok)
-        return fail(err, "export",
-                    tr("exporting '%1' to %2 failed: %3.")
-                            .arg(shown(path), where,
-                                 written.isEmpty() ? tr("the database could not be read")
-                                                   : written));
+        return fail(
+                err, "export",
+                tr("exporting '%1' to %2 failed: %3.")
+                        .arg(shown(path), where,
+                             written.isEmpty() ? tr("the database could not be read") : written));
     if (toStandardOutput) {
         out.flush();
         errno = 0;

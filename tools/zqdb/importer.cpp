@@ -53,14 +53,7 @@ Importer::Importer(const Options &options, QTextStream &err)
 
 int Importer::fail(const QString &message)
 {
-    m_err << "zqdb import: " << message << '\n';
-    return Failure;
-}
-
-bool Importer::refuse(const QString &message)
-{
-    fail(message);
-    return false;
+    return Zqdb::fail(m_err, "import", message);
 }
 
 int Importer::run(const QString &source, const QString &target)
@@ -76,10 +69,8 @@ int Importer::run(const QString &source, const QString &target)
             ? tr("standard input")
             : QStringLiteral("'%1'").arg(shown(source));
     if (spreadsheet && (m_options.separatorSet || m_options.encodingSet || m_options.csv)) {
-        m_err << tr("zqdb import: --csv, --separator and --encoding apply to text files, not to "
-                    "spreadsheets.")
-              << '\n'
-              << tr("Try 'zqdb import --help'.") << '\n';
+        fail(tr("--csv, --separator and --encoding apply to text files, not to spreadsheets."));
+        m_err << tr("Try 'zqdb import --help'.") << '\n';
         return Usage;
     }
     if (!checkTarget(target))
@@ -232,18 +223,14 @@ bool Importer::openSource(const QString &source, QTemporaryFile &stdinCopy, QStr
 bool Importer::checkTarget(const QString &target)
 {
     const QFileInfo info(target);
-    if (info.isDir()) {
-        fail(tr("'%1' is a directory; give the path of the database file to write.")
-                     .arg(shown(target)));
-        return false;
-    }
+    if (info.isDir())
+        return refuse(tr("'%1' is a directory; give the path of the database file to write.")
+                              .arg(shown(target)));
     const bool exists = info.exists();
-    if (exists && !DatabaseFile::looksLikeSqlite(target) && m_options.mode != Replace) {
-        fail(tr("'%1' exists and is not an SQLite database; give a new file name, or --replace "
-                "to overwrite it.")
-                     .arg(shown(target)));
-        return false;
-    }
+    if (exists && !DatabaseFile::looksLikeSqlite(target) && m_options.mode != Replace)
+        return refuse(tr("'%1' exists and is not an SQLite database; give a new file name, or "
+                         "--replace to overwrite it.")
+                              .arg(shown(target)));
     if (exists && DatabaseFile::looksLikeSqlite(target)) {
         const QList<DatabaseFile::Table> tables = DatabaseFile::tables(target);
         qint64 rows = 0;
@@ -389,14 +376,14 @@ bool Importer::checkColumns(const QString &source, bool spreadsheet, const QStri
                 = TextFileSurvey::head(source, m_options.separator);
         incoming = head.isEmpty() ? 0 : head.first().fields;
     }
-    if (incoming <= 0 || existing == incoming)
-        return true;
-    fail(tr("table1 of '%1' has %2 value column(s) but the source has %3: an in-place import "
-            "would empty table1 and then fail. Nothing was changed; use --replace to start anew.")
-                 .arg(shown(target))
-                 .arg(existing)
-                 .arg(incoming));
-    return false;
+    return incoming <= 0 || existing == incoming
+            || refuse(tr("table1 of '%1' has %2 value column(s) but the source has %3: an in-place "
+                         "import "
+                         "would empty table1 and then fail. Nothing was changed; use --replace to "
+                         "start anew.")
+                              .arg(shown(target))
+                              .arg(existing)
+                              .arg(incoming));
 }
 
 QStringList Importer::keptTables(const QString &source, bool spreadsheet) const

@@ -34,8 +34,8 @@ public:
     int run(const QString &source, const QString &target);
 
 private:
-    int fail(const QString &message);    // reports, returns Failure
-    bool refuse(const QString &message); // reports, returns false
+    int fail(const QString &message); // reports, returns Failure
+    bool refuse(const QString &message) { return !fail(message); }
     // The file to import (standard input is copied to stdinCopy first); false once reported.
     bool openSource(const QString &source, QTemporaryFile &stdinCopy, QString *path,
                     bool *spreadsheet);

@@ -29,15 +29,17 @@ struct Command
 
 const Command Commands[] = {
         {"list",
-         QT_TRANSLATE_NOOP("zqdb", "Lists the catalogued databases, the default first (marked *).")},
-        {"info NAME",
          QT_TRANSLATE_NOOP("zqdb",
-                           "Shows the tables, fields, field types and record count of a database.")},
+                           "Lists the catalogued databases, the default first (marked *).")},
+        {"info NAME",
+         QT_TRANSLATE_NOOP(
+                 "zqdb", "Shows the tables, fields, field types and record count of a database.")},
         {"cat NAME [FILE] [--from ROW] [--count N|all] [--columns LIST] [--csv]",
          QT_TRANSLATE_NOOP("zqdb",
                            "Prints rows of a database, 50,000 rows per table, to standard output "
                            "or FILE.")},
-        {"import SOURCE DATABASE [--csv] [--separator TEXT] [--encoding NAME] [--replace|--in-place]",
+        {"import SOURCE DATABASE [--csv] [--separator TEXT] [--encoding NAME] "
+         "[--replace|--in-place]",
          QT_TRANSLATE_NOOP("zqdb",
                            "Imports a text file or an .xlsx/.xlsm spreadsheet (SOURCE - for "
                            "standard input) into a database file.")},
@@ -255,8 +257,8 @@ int main(int argc, char *argv[])
     } else if (name == QLatin1String("cat")) {
         Zqdb::CatOptions options;
         if (isSet("from") && !parseCount(value("from"), &options.from))
-            return usage(tr("--from takes a row number of 0 or more, not '%1'.")
-                                 .arg(value("from")));
+            return usage(
+                    tr("--from takes a row number of 0 or more, not '%1'.").arg(value("from")));
         if (value("count") == QLatin1String("all"))
             options.count = std::numeric_limits<qint64>::max() - options.from;
         else if (isSet("count") && !parseCount(value("count"), &options.count))
