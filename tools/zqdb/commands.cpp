@@ -297,15 +297,14 @@ int catRows(const QString &database, const CatOptions &options, QTextStream &out
     out.flush();
     RowPrinter printer(toFile ? &file : out.device(),
                        options.csv ? RowPrinter::Csv : RowPrinter::Aligned, header);
-    QVector<QString> line;
+    QStringList line;
     using Cell = Database::RowBlockReader::TextCell;
     reader.readText(options.from, end, selected, [&](qint64 row, const Cell *cells) {
         if (options.csv) {
             printer.addRow(cells, selected.size());
             return true;
         }
-        line.resize(0);
-        line << QString::number(row);
+        line = QStringList{QString::number(row)};
         for (int c = 0; c < selected.size(); ++c)
             line << QString::fromUtf8(cells[c].data, cells[c].size);
         printer.addRow(line);

@@ -163,8 +163,6 @@ int Importer::run(const QString &source, const QString &target)
     if (replacement && !replacement->commit())
         return fail(tr("cannot put the new database in place of '%1': %2.")
                             .arg(shown(target), replacement->errorString()));
-    if (replacement)
-        ProgressBar::keepOnInterrupt(workPath);
 
     if (ProgressBar::interrupted())
         fail(tr("Ctrl-C came too late to stop the import."));
