@@ -4,8 +4,8 @@ requires byte-identical results: exit codes, standard output and error (the libr
 lines included), the .dump of every database and every exported file.
 
 Usage: check.py ZQDB_A ZQDB_B SQLITE3 WORK_DIR [INPUT_DIR...]
-Every file in an INPUT_DIR is imported too (as text with each separator, or as a spreadsheet).
-The inputs/ beside this script are imported with the options each is there for.
+Every file in inputs/ beside this script and in each INPUT_DIR is imported (as text with each
+separator and as CSV, or as a spreadsheet); some of inputs/ also with the options they are for.
 """
 import os
 import shutil
@@ -20,8 +20,9 @@ INPUTS = os.path.join(os.path.dirname(os.path.abspath(__file__)), "inputs")
 
 
 def prepare(directory):
-    """Writes every input into directory; returns the zqdb runs to compare."""
-    os.makedirs(directory)
+    """Copies every input into directory; returns the zqdb runs to compare."""
+    for sub in ("system", "user"):
+        os.makedirs(os.path.join(directory, sub))
     runs = []
 
     def imported(source, target, *options):
@@ -30,39 +31,32 @@ def prepare(directory):
         runs.append(["cat", target, "--csv", "--count", "all"])
         runs.append(["export", target, target + ".csv"])
 
-    for name in sorted(os.listdir(INPUTS)):
-        shutil.copyfile(os.path.join(INPUTS, name), os.path.join(directory, name))
-        imported(name, name + ".db")
-        if not name.endswith(".xlsx"):
-            imported(name, name + ".rfc.db", "--csv")
-    imported("gb2312.txt", "gb2312-gbsep.db", "--separator", "江")
-    imported("ascii.csv", "ascii-pipe.db", "--separator", "|")
-    imported("invalid-gb2312.txt", "multibyte-sep.db", "--separator", "\xb0\xa1".encode("latin-1").decode("gb2312"))
-    imported("line-ends.txt", "two-byte-sep.db", "--separator", ",\t")
-    imported("utf8-mark.txt", "utf8-option.db", "--encoding", "utf-8")
-    imported("gb2312.txt", "gb18030-rule.db", "--encoding", "gb18030")
-    imported("invalid-gb2312.txt", "auto-rule.db", "--encoding", "auto")
-    runs.append(["memory", "gb2312.txt"])
-    runs.append(["memory", "utf8-mark.txt", "--encoding", "utf-8"])
-    # Rows that a constraint refuses roll their batch back and are logged.
-    subprocess.run([SQLITE3, os.path.join(directory, "checked.db"),
-                    "CREATE TABLE table1 (id INTEGER PRIMARY KEY AUTOINCREMENT, "
-                    "column1 TEXT CHECK (column1 <> 'bad'), column2 TEXT);"], check=True)
-    runs.append(["import", "bad-rows.txt", "checked.db", "--in-place"])
-
-    for input_dir in INPUT_DIRS:
+    for input_dir in [INPUTS] + INPUT_DIRS:
         for name in sorted(os.listdir(input_dir)):
             source = os.path.join(input_dir, name)
             if not os.path.isfile(source) or name.endswith(".md"):
                 continue
-            local = "input-" + os.path.basename(input_dir) + "-" + name
+            local = os.path.basename(input_dir) + "-" + name
             shutil.copyfile(source, os.path.join(directory, local))
             if name.endswith((".xlsx", ".xlsm")):
                 imported(local, local + ".db")
-            else:
-                for i, separator in enumerate([",", "|", ";", "\t", "@;!"]):
-                    imported(local, f"{local}.{i}.db", "--separator", separator)
-                runs.append(["memory", local])
+                continue
+            for i, separator in enumerate([",", "|", ";", "\t", "@;!"]):
+                imported(local, f"{local}.{i}.db", "--separator", separator)
+            imported(local, local + ".rfc.db", "--csv")
+            runs.append(["memory", local])
+    imported("inputs-gb2312.txt", "gb2312-gbsep.db", "--separator", "江")
+    imported("inputs-invalid-gb2312.txt", "multibyte-sep.db", "--separator", "\xb0\xa1".encode("latin-1").decode("gb2312"))
+    imported("inputs-line-ends.txt", "two-byte-sep.db", "--separator", ",\t")
+    imported("inputs-utf8-mark.txt", "utf8-option.db", "--encoding", "utf-8")
+    imported("inputs-gb2312.txt", "gb18030-rule.db", "--encoding", "gb18030")
+    imported("inputs-invalid-gb2312.txt", "auto-rule.db", "--encoding", "auto")
+    runs.append(["memory", "inputs-utf8-mark.txt", "--encoding", "utf-8"])
+    # Rows that a constraint refuses roll their batch back and are logged.
+    subprocess.run([SQLITE3, os.path.join(directory, "checked.db"),
+                    "CREATE TABLE table1 (id INTEGER PRIMARY KEY AUTOINCREMENT, "
+                    "column1 TEXT CHECK (column1 <> 'bad'), column2 TEXT);"], check=True)
+    runs.append(["import", "inputs-bad-rows.txt", "checked.db", "--in-place"])
     return runs
 
 
@@ -91,9 +85,6 @@ def main():
     shutil.rmtree(WORK, ignore_errors=True)
     directories = [os.path.join(WORK, str(i)) for i in range(2)]
     runs = [prepare(d) for d in directories][0]
-    for d in directories:
-        for sub in ("system", "user"):
-            os.makedirs(os.path.join(d, sub), exist_ok=True)
 
     differences = 0
     for arguments in runs:
