@@ -3,6 +3,8 @@
 
 #include <QtTest>
 
+#include <memory>
+
 using TestSupport::TempCatalogue;
 
 namespace {
@@ -22,8 +24,11 @@ class tst_Zqdb : public QObject
     Q_OBJECT
 
 private slots:
-    void init();
-    void cleanup();
+    void init()
+    {
+        m_catalogue.reset(new TempCatalogue); // a fresh one per test and row
+        QVERIFY(m_catalogue->isValid());
+    }
 
     void messages_data();
     void messages();
@@ -38,7 +43,7 @@ private slots:
 
 private:
     Run zqdb(const QStringList &arguments, const QByteArray &input = {}, const QString &out = {});
-    TempCatalogue *m_catalogue = nullptr;
+    std::unique_ptr<TempCatalogue> m_catalogue;
 };
 
 Run tst_Zqdb::zqdb(const QStringList &arguments, const QByteArray &input, const QString &out)
@@ -57,17 +62,6 @@ Run tst_Zqdb::zqdb(const QStringList &arguments, const QByteArray &input, const 
     run.out = QString::fromUtf8(run.bytes = process.readAllStandardOutput());
     run.err = QString::fromUtf8(process.readAllStandardError());
     return run;
-}
-
-void tst_Zqdb::init()
-{
-    m_catalogue = new TempCatalogue;
-    QVERIFY(m_catalogue->isValid());
-}
-
-void tst_Zqdb::cleanup()
-{
-    delete m_catalogue;
 }
 
 // Usage errors (2, with a pointer to the help), failures (1) that name the cause and leave the
