@@ -25,7 +25,7 @@ private slots:
     void switchesDatabase();
 
 private:
-    TestSupport::ShellCatalogue m_catalogue;
+    TestSupport::TempCatalogue m_catalogue;
 };
 
 // Every cell of rows at the model's block and table edges, read out of order, equals

@@ -49,7 +49,7 @@ private:
                 : DatabaseHandlerFactory::instance()->registSqlDatabase(&m_reader, name);
     }
 
-    TestSupport::ShellCatalogue m_catalogue;
+    TestSupport::TempCatalogue m_catalogue;
     Database::DatabaseObject m_reader;
 };
 

@@ -1,10 +1,6 @@
 #ifndef TESTSUPPORT_ROWTABLES_H
 #define TESTSUPPORT_ROWTABLES_H
 
-#include "testsupport.h"
-
-#include <database/databasemanager.h>
-
 #include <QString>
 
 namespace TestSupport {
@@ -28,25 +24,6 @@ inline QString generated(int t, int rows)
                                 "WHEN 2 THEN i / 4.0 ELSE 'c' END")
                          .arg(t));
 }
-
-// New catalogued databases made by the sqlite3 shell; names are never reused, since Qt keeps a
-// connection per name and reopens its last file.
-class ShellCatalogue : public TempCatalogue
-{
-public:
-    QString add(const QString &sql)
-    {
-        const QString name = QStringLiteral("db%1").arg(++m_databases);
-        if (!sqlite(file(name), sql))
-            return QString();
-        Database::DatabaseManager::instance()->reload();
-        return name;
-    }
-    QString file(const QString &name) const { return sysDir() + "/" + name + ".db"; }
-
-private:
-    int m_databases = 0;
-};
 
 } // namespace TestSupport
 
