@@ -141,17 +141,11 @@ bool flushData(const char *command, QTextStream &out, QTextStream &err)
 {
     errno = 0;
     out.flush();
-    int error = errno;
-    bool ok = out.status() == QTextStream::Ok;
     auto *file = qobject_cast<QFileDevice *>(out.device());
-    errno = 0;
-    if (file && !file->flush()) {
-        ok = false;
-        error = errno != 0 ? errno : error;
-    }
-    if (ok)
+    const bool flushed = !file || file->flush(); // even after a failed write: errno says why
+    if (flushed && out.status() == QTextStream::Ok)
         return true;
-    const QString reason = error != 0 ? QString::fromLocal8Bit(std::strerror(error))
+    const QString reason = errno != 0 ? QString::fromLocal8Bit(std::strerror(errno))
             : file && file->error() != QFileDevice::NoError ? file->errorString()
                                                             : tr("the write failed");
     fail(err, command, tr("cannot write to standard output: %1.").arg(reason));
