@@ -17,12 +17,10 @@ class tst_DatabaseTableModel : public QObject
     Q_OBJECT
 
 private slots:
-    void initTestCase() { Database::DatabaseManager::init(); }
-    void cleanupTestCase() { Database::DatabaseManager::destruct(); }
-    void init() { DatabaseHandlerFactory::init(); }
-    void cleanup() { DatabaseHandlerFactory::destruct(); }
     void matchesRecordValue();
     void switchesDatabase();
+    void init() { Database::DatabaseManager::init(), DatabaseHandlerFactory::init(); }
+    void cleanup() { DatabaseHandlerFactory::destruct(), Database::DatabaseManager::destruct(); }
 
 private:
     TestSupport::TempCatalogue m_catalogue;
@@ -33,7 +31,7 @@ private:
 void tst_DatabaseTableModel::matchesRecordValue()
 {
     const QString name = m_catalogue.add("BEGIN;" + generated(1, 50000) + generated(2, 50000)
-                                    + generated(3, 7) + "COMMIT;");
+                                         + generated(3, 7) + "COMMIT;");
     DatabaseTableModel model;
     QVERIFY(model.setDatabaseName(name));
     Database::DatabaseHandler *handler = DatabaseHandlerFactory::instance()->databaseHandler(name);

@@ -32,10 +32,8 @@ class tst_RowBlockReader : public QObject
     Q_OBJECT
 
 private slots:
-    void initTestCase() { Database::DatabaseManager::init(); }
-    void cleanupTestCase() { Database::DatabaseManager::destruct(); }
-    void init() { DatabaseHandlerFactory::init(); }
-    void cleanup() { DatabaseHandlerFactory::destruct(); }
+    void init() { Database::DatabaseManager::init(), DatabaseHandlerFactory::init(); }
+    void cleanup() { DatabaseHandlerFactory::destruct(), Database::DatabaseManager::destruct(); }
     void matchesRecordValue_data();
     void matchesRecordValue();
     void stopsWithTheSinkAndTheHandler();
