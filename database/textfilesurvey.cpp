@@ -21,7 +21,14 @@ QString decodeLikeImporter(const QByteArray &line)
 {
     static QTextCodec *const gb2312 = QTextCodec::codecForName("GB2312");
     QTextCodec *codec = QTextCodec::codecForUtfText(line, gb2312);
-    return codec ? codec->toUnicode(line) : QString::fromLatin1(line);
+    if (!codec)
+        return QString::fromLatin1(line);
+    if (codec == gb2312)
+        return codec->toUnicode(line);
+    // A UTF-16 or UTF-32 line cut at a 0x0A byte ends mid-character: with a state, as the
+    // importer's stream decodes, both flavours drop it (a stateless call gives U+FFFD in Qt 6).
+    QTextCodec::ConverterState state;
+    return codec->toUnicode(line.constData(), int(line.size()), &state);
 }
 
 enum LineChange { DroppedEmpty = 1, SplitQuoted = 2 };
