@@ -3,6 +3,7 @@
 #include "batchpipe_p.h"
 #include "progressreport_p.h"
 #include "tablewriter_p.h"
+#include "utf8_p.h"
 
 #include <QFile>
 #include <QObject>
@@ -20,71 +21,6 @@ constexpr int BlockSize = 1 << 20;
 // A quoted field may hold line breaks, but one record never grows past this: an unclosed quote
 // is reported instead of the rest of the file being held.
 constexpr int MaxRecordSize = 64 << 20;
-
-// Length of the UTF-8 sequence a lead byte starts, 0 for a byte that cannot lead one.
-int sequenceLength(uchar lead)
-{
-    return lead < 0x80 ? 1 : lead < 0xc2 ? 0 : lead < 0xe0 ? 2 : lead < 0xf0 ? 3 : lead < 0xf5 ? 4 : 0;
-}
-
-// Whether data is well-formed UTF-8 (no overlong forms, surrogates or values past U+10FFFF).
-// With partialTail, a sequence cut off by the end is allowed and its length stored there.
-bool isValidUtf8(const char *data, int size, int *partialTail = nullptr)
-{
-    const auto *bytes = reinterpret_cast<const uchar *>(data);
-    int i = 0;
-    while (i < size) {
-        if (i + 8 <= size) {
-            quint64 word;
-            std::memcpy(&word, bytes + i, sizeof word);
-            if ((word & Q_UINT64_C(0x8080808080808080)) == 0) {
-                i += 8;
-                continue;
-            }
-        }
-        const int length = sequenceLength(bytes[i]);
-        if (length == 0)
-            return false;
-        for (int k = 1; k < length; ++k) {
-            if (i + k == size) {
-                if (!partialTail)
-                    return false;
-                *partialTail = k;
-                return true;
-            }
-            const uchar byte = bytes[i + k];
-            uchar low = 0x80, high = 0xbf;
-            if (k == 1 && bytes[i] == 0xe0)
-                low = 0xa0;
-            else if (k == 1 && bytes[i] == 0xed)
-                high = 0x9f;
-            else if (k == 1 && bytes[i] == 0xf0)
-                low = 0x90;
-            else if (k == 1 && bytes[i] == 0xf4)
-                high = 0x8f;
-            if (byte < low || byte > high)
-                return false;
-        }
-        i += length;
-    }
-    if (partialTail)
-        *partialTail = 0;
-    return true;
-}
-
-bool isAscii(const char *data, int size)
-{
-    quint64 bits = 0;
-    int i = 0;
-    for (; i + 8 <= size; i += 8) {
-        quint64 word;
-        std::memcpy(&word, data + i, sizeof word);
-        bits |= word;
-    }
-    for (; i < size; ++i)
-        bits |= uchar(data[i]);
-    return (bits & Q_UINT64_C(0x8080808080808080)) == 0;
-}
 
 // The source file as UTF-8 text, block by block, decoded as the options say.
 class Utf8Source

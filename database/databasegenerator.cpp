@@ -5,6 +5,7 @@
 #include "progressreport_p.h"
 #include "tablewriter_p.h"
 #include "textlinereader.h"
+#include "utf8_p.h"
 
 #include <cstring>
 #include <QFile>
@@ -19,20 +20,6 @@ namespace {
 
 // Qt 5's QTextStream converts what it reads in chunks of this size.
 const int StreamChunk = 16384;
-
-bool isAscii(const char *data, int size)
-{
-    quint64 bits = 0;
-    int i = 0;
-    for (; i + 8 <= size; i += 8) {
-        quint64 word;
-        std::memcpy(&word, data + i, sizeof word);
-        bits |= word;
-    }
-    for (; i < size; ++i)
-        bits |= uchar(data[i]);
-    return (bits & Q_UINT64_C(0x8080808080808080)) == 0;
-}
 
 // The separator's bytes when a byte search finds exactly what QString::split() finds; empty
 // otherwise.

@@ -2,13 +2,11 @@
 #define DATABASE_DATABASETABLEMODEL_H
 
 #include <database/database_global.h>
+#include <database/rowblockreader.h>
 
 #include <QAbstractTableModel>
 #include <QCache>
-#include <QHash>
 #include <QStringList>
-
-class QSqlDatabase;
 
 namespace Database {
 
@@ -44,17 +42,15 @@ private:
     struct Block;
 
     void leaveDatabase();
-    const Block *block(int table, int first) const;
-    Block *readBlock(const QSqlDatabase &database, int table, int first) const;
+    const Block *block(int first) const;
 
     QString m_databaseName;
-    QString m_connectionName;
     QStringList m_fieldNames;
-    QStringList m_tables;
+    QList<int> m_columns;
     int m_rowCount = 0;
     int m_blockRows = 1;
-    mutable QCache<qint64, Block> m_blocks;
-    mutable QHash<QString, bool> m_indexedTables;
+    RowBlockReader m_reader;
+    mutable QCache<int, Block> m_blocks;
 };
 
 } // namespace Database

@@ -2,6 +2,7 @@
 #define TESTSUPPORT_H
 
 #include <core/settings.h>
+#include <database/databasemanager.h>
 
 #include <QDir>
 #include <QProcess>
@@ -30,9 +31,14 @@ public:
     QString userDir() const { return m_dir.filePath(QStringLiteral("user")); }
     // Path of a file in the temporary root (not in either catalogue directory).
     QString filePath(const QString &fileName) const { return m_dir.filePath(fileName); }
+    QString file(const QString &name) const { return sysDir() + "/" + name + ".db"; }
+    // A new catalogued database made by the sqlite3 shell; its name is never reused, since Qt
+    // keeps a connection per name and reopens its last file. Empty on failure.
+    QString add(const QString &sql);
 
 private:
     QTemporaryDir m_dir;
+    int m_databases = 0;
 };
 
 // Writes raw bytes to a file, creating parent directories; false on any failure.
@@ -80,6 +86,15 @@ inline QString sqliteQuery(const QString &databaseFile, const QString &sql)
 {
     QString out;
     return sqlite(databaseFile, sql, &out) ? out.left(out.size() - out.endsWith('\n')) : QString();
+}
+
+inline QString TempCatalogue::add(const QString &sql)
+{
+    const QString name = QStringLiteral("db%1").arg(++m_databases);
+    if (!sqlite(file(name), sql))
+        return QString();
+    Database::DatabaseManager::instance()->reload();
+    return name;
 }
 
 // Encodes text with iconv (an encoder independent of Qt's codecs), e.g. "GB2312", "GBK".

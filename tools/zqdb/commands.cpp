@@ -2,7 +2,6 @@
 #include "databasefile.h"
 #include "progressbar.h"
 #include "rowprinter.h"
-#include "rowstream.h"
 #include "translate.h"
 
 #include <core/settings.h>
@@ -12,6 +11,8 @@
 #include <database/databasemanager.h>
 #include <database/memorydatabasemanager.h>
 #include <database/progressscope.h>
+#include <database/rowblockreader.h>
+#include <database/textfilesurvey.h>
 
 #include <QFile>
 #include <QFileInfo>
@@ -82,16 +83,6 @@ private:
     Database::DatabaseHandler *m_handler = nullptr;
 };
 
-QString unknownDatabase(const QString &command, const QString &nameOrPath)
-{
-    if (QFileInfo(nameOrPath).isDir())
-        return tr("zqdb %1: '%2' is a directory, not a database file.")
-                .arg(command, shown(nameOrPath));
-    return tr("zqdb %1: no database named '%2' in the catalogue, and no such file. "
-              "Run 'zqdb list' to see the catalogue.")
-            .arg(command, nameOrPath);
-}
-
 QStringList userTables(Database::DatabaseHandler *handler)
 {
     QStringList tables = handler->getTables();
@@ -101,27 +92,31 @@ QStringList userTables(Database::DatabaseHandler *handler)
 
 // The database file a catalogued name or, without a session, a path stands for; empty once err
 // says why not.
-QString checkedPath(Session *session, const QString &command, const QString &database,
+QString checkedPath(Session *session, const char *command, const QString &database,
                     QTextStream &err, QString *name = nullptr)
 {
     const QString resolved = session ? session->resolve(database) : database;
     if (name)
         *name = resolved;
-    if (resolved.isEmpty()) {
-        err << unknownDatabase(command, database) << '\n';
-        return QString();
-    }
-    const QString path = session ? session->catalogue()->path(resolved) : database;
-    if (!DatabaseFile::looksLikeSqlite(path)) {
-        err << tr("zqdb %1: '%2' is not an SQLite database.").arg(command, shown(path)) << '\n';
-        return QString();
-    }
-    return path;
+    const QString path
+            = session && !resolved.isEmpty() ? session->catalogue()->path(resolved) : resolved;
+    if (resolved.isEmpty() && QFileInfo(database).isDir())
+        fail(err, command, tr("'%1' is a directory, not a database file.").arg(shown(database)));
+    else if (resolved.isEmpty())
+        fail(err, command,
+             tr("no database named '%1' in the catalogue, and no such file. Run 'zqdb list' to "
+                "see the catalogue.")
+                     .arg(database));
+    else if (!DatabaseFile::looksLikeSqlite(path))
+        fail(err, command, tr("'%1' is not an SQLite database.").arg(shown(path)));
+    else
+        return path;
+    return QString();
 }
 
 // Resolves a name or path to an open handler, or says why not. Returns the catalogue name.
 // fieldTypes opens the application's default connection, which the handler takes them from.
-QString openDatabase(Session &session, const QString &command, const QString &database,
+QString openDatabase(Session &session, const char *command, const QString &database,
                      Database::DatabaseHandler **handler, QTextStream &err, bool fieldTypes = false)
 {
     QString name;
@@ -134,12 +129,10 @@ QString openDatabase(Session &session, const QString &command, const QString &da
         defaultConnection.open();
     }
     *handler = session.open(name);
-    if (!*handler || !(*handler)->isDatabaseOpen()) {
-        err << tr("zqdb %1: cannot open '%2' as an SQLite database.").arg(command, shown(path))
-            << '\n';
-        return QString();
-    }
-    return name;
+    if (*handler && (*handler)->isDatabaseOpen())
+        return name;
+    fail(err, command, tr("cannot open '%1' as an SQLite database.").arg(shown(path)));
+    return QString();
 }
 
 // Puts what was written as data out before a status line follows on standard error; false,
@@ -148,39 +141,33 @@ bool flushData(const char *command, QTextStream &out, QTextStream &err)
 {
     errno = 0;
     out.flush();
-    int error = errno;
-    bool ok = out.status() == QTextStream::Ok;
     auto *file = qobject_cast<QFileDevice *>(out.device());
-    errno = 0;
-    if (file && !file->flush()) {
-        ok = false;
-        error = errno != 0 ? errno : error;
-    }
-    if (ok)
+    const bool flushed = !file || file->flush(); // even after a failed write: errno says why
+    if (flushed && out.status() == QTextStream::Ok)
         return true;
-    const QString reason = error != 0 ? QString::fromLocal8Bit(std::strerror(error))
+    const QString reason = errno != 0 ? QString::fromLocal8Bit(std::strerror(errno))
             : file && file->error() != QFileDevice::NoError ? file->errorString()
                                                             : tr("the write failed");
-    err << tr("zqdb %1: cannot write to standard output: %2.").arg(QLatin1String(command), reason)
-        << '\n';
+    fail(err, command, tr("cannot write to standard output: %1.").arg(reason));
     return false;
 }
 
-// Sends a file's bytes to a device; false on a write error.
-bool copyFile(const QString &path, QIODevice *device)
+// Writes what the printer holds back, then standard output's buffer; false once err says why not.
+bool finishPrinting(RowPrinter &printer, const char *command, QTextStream &out, QTextStream &err)
 {
-    QFile file(path);
-    if (!file.open(QIODevice::ReadOnly))
-        return false;
-    while (!file.atEnd()) {
-        const QByteArray chunk = file.read(1 << 20);
-        if (device->write(chunk) != chunk.size())
-            return false;
-    }
-    return true;
+    if (printer.finish())
+        return flushData(command, out, err);
+    fail(err, command, tr("cannot write to standard output: %1.").arg(printer.errorString()));
+    return false;
 }
 
 } // namespace
+
+int fail(QTextStream &err, const char *command, const QString &message, int code)
+{
+    err << "zqdb " << command << ": " << message << '\n';
+    return code;
+}
 
 int listDatabases(QTextStream &out, QTextStream &err)
 {
@@ -216,8 +203,7 @@ int showInfo(const QString &database, QTextStream &out, QTextStream &err)
 {
     Session session;
     Database::DatabaseHandler *handler = nullptr;
-    const QString name
-            = openDatabase(session, QStringLiteral("info"), database, &handler, err, true);
+    const QString name = openDatabase(session, "info", database, &handler, err, true);
     if (name.isEmpty())
         return Failure;
     const QString path = session.catalogue()->path(name);
@@ -244,11 +230,7 @@ int showInfo(const QString &database, QTextStream &out, QTextStream &err)
                                                ? tr("unknown")
                                                : QLatin1String(QMetaType(type).name())});
         }
-        if (!printer.finish()) {
-            err << tr("zqdb info: cannot write to standard output: %1.").arg(printer.errorString())
-                << '\n';
-            return Failure;
-        }
+        return finishPrinting(printer, "info", out, err) ? Success : Failure;
     }
     return flushData("info", out, err) ? Success : Failure;
 }
@@ -257,25 +239,22 @@ int catRows(const QString &database, const CatOptions &options, QTextStream &out
 {
     Session session;
     Database::DatabaseHandler *handler = nullptr;
-    const QString name = openDatabase(session, QStringLiteral("cat"), database, &handler, err);
+    const QString name = openDatabase(session, "cat", database, &handler, err);
     if (name.isEmpty())
         return Failure;
     const QStringList fields = handler->getFieldNames();
-    if (fields.isEmpty()) {
-        err << tr("zqdb cat: '%1' has no table to read.").arg(name) << '\n';
-        return Failure;
-    }
+    if (fields.isEmpty())
+        return fail(err, "cat", tr("'%1' has no table to read.").arg(name));
     QList<int> selected;
     for (const QString &column : options.columns) {
         bool isNumber = false;
         const int number = column.trimmed().toInt(&isNumber);
         const int index = isNumber ? number - 1 : fields.indexOf(column.trimmed());
-        if (index < 0 || index >= fields.size()) {
-            err << tr("zqdb cat: no field '%1' in %2; its fields are %3.")
-                            .arg(column, name, fields.join(QLatin1String(", ")))
-                << '\n';
-            return Usage;
-        }
+        if (index < 0 || index >= fields.size())
+            return fail(err, "cat",
+                        tr("no field '%1' in %2; its fields are %3.")
+                                .arg(column, name, fields.join(QLatin1String(", "))),
+                        Usage);
         selected << index;
     }
     if (selected.isEmpty())
@@ -284,13 +263,10 @@ int catRows(const QString &database, const CatOptions &options, QTextStream &out
 
     const QString databasePath = session.catalogue()->path(name);
     const bool toFile = options.output != QLatin1String("-");
-    if (toFile) {
-        const QString problem = DatabaseFile::cannotWrite(options.output, false, databasePath);
-        if (!problem.isEmpty()) {
-            err << "zqdb cat: " << problem << '\n';
-            return Failure;
-        }
-    }
+    const QString problem
+            = toFile ? DatabaseFile::cannotWrite(options.output, false, databasePath) : QString();
+    if (!problem.isEmpty())
+        return fail(err, "cat", problem);
 
     QStringList header;
     for (int index : qAsConst(selected))
@@ -301,55 +277,46 @@ int catRows(const QString &database, const CatOptions &options, QTextStream &out
     const qint64 end = options.from >= total
             ? options.from
             : options.from + qMin<qint64>(options.count, total - options.from);
-    RowStream stream(databasePath, userTables(handler), fields);
-    if (!stream.isOpen()) {
-        err << tr("zqdb cat: cannot read '%1': %2.").arg(shown(databasePath), stream.errorString())
-            << '\n';
-        return Failure;
-    }
+    Database::RowBlockReader reader;
+    if (!reader.setHandler(*handler))
+        return fail(
+                err, "cat",
+                tr("cannot read '%1': %2.")
+                        .arg(shown(databasePath), tr("it does not read as an SQLite database")));
     // The output file is truncated only once the rows can be read.
     QFile file(options.output);
-    QIODevice *device = out.device();
-    if (toFile) {
-        if (!file.open(QIODevice::WriteOnly | QIODevice::Truncate)) {
-            err << tr("zqdb cat: cannot write '%1': %2.")
-                            .arg(shown(options.output), file.errorString())
-                << '\n';
-            return Failure;
-        }
-        device = &file;
-    }
+    if (toFile && !file.open(QIODevice::WriteOnly | QIODevice::Truncate))
+        return fail(err, "cat",
+                    tr("cannot write '%1': %2.").arg(shown(options.output), file.errorString()));
     out.flush();
-    RowPrinter printer(device, options.csv ? RowPrinter::Csv : RowPrinter::Aligned, header);
-    QVector<QString> line;
-    stream.read(options.from, end, selected, [&](qint64 row, const RowStream::Cell *cells) {
+    RowPrinter printer(toFile ? &file : out.device(),
+                       options.csv ? RowPrinter::Csv : RowPrinter::Aligned, header);
+    QStringList line;
+    using Cell = Database::RowBlockReader::TextCell;
+    reader.readText(options.from, end, selected, [&](qint64 row, const Cell *cells) {
         if (options.csv) {
             printer.addRow(cells, selected.size());
             return true;
         }
-        line.resize(0);
-        line << QString::number(row);
+        line = QStringList{QString::number(row)};
         for (int c = 0; c < selected.size(); ++c)
             line << QString::fromUtf8(cells[c].data, cells[c].size);
         printer.addRow(line);
         return true;
     });
-    if (!printer.finish() || (toFile && !file.flush())) {
-        err << tr("zqdb cat: cannot write '%1': %2.")
-                        .arg(options.output == QLatin1String("-") ? tr("standard output")
-                                                                  : shown(options.output),
-                             printer.errorString().isEmpty() ? file.errorString()
-                                                             : printer.errorString())
-            << '\n';
-        return Failure;
-    }
+    if (!printer.finish() || (toFile && !file.flush()))
+        return fail(err, "cat",
+                    tr("cannot write '%1': %2.")
+                            .arg(toFile ? shown(options.output) : tr("standard output"),
+                                 printer.errorString().isEmpty() ? file.errorString()
+                                                                 : printer.errorString()));
     if (!flushData("cat", out, err))
         return Failure;
     if (options.from >= total && total > 0)
-        err << tr("zqdb cat: --from %1 is past the last row, %2: no rows to print.")
-                        .arg(options.from)
-                        .arg(total - 1)
-            << '\n';
+        fail(err, "cat",
+             tr("--from %1 is past the last row, %2: no rows to print.")
+                     .arg(options.from)
+                     .arg(total - 1));
     else if (!options.csv)
         err << tr("(rows %1 to %2 of %3)")
                         .arg(options.from)
@@ -363,41 +330,35 @@ int exportCsv(const QString &database, const QString &csvFile, QTextStream &out,
 {
     QString path;
     if (QFileInfo(database).isFile()) {
-        path = checkedPath(nullptr, QStringLiteral("export"), database, err);
+        path = checkedPath(nullptr, "export", database, err);
     } else {
         Session session; // only a name needs the catalogue
-        path = checkedPath(&session, QStringLiteral("export"), database, err);
+        path = checkedPath(&session, "export", database, err);
     }
     if (path.isEmpty())
         return Failure;
     int tableCount = 0;
     qint64 rows = 0;
     const QString table = DatabaseFile::exportedTable(path, &tableCount, &rows);
-    if (table.isEmpty()) {
-        err << tr("zqdb export: '%1' holds no table to export.").arg(shown(path)) << '\n';
-        return Failure;
-    }
+    if (table.isEmpty())
+        return fail(err, "export", tr("'%1' holds no table to export.").arg(shown(path)));
     // Standard output gets the file once it is complete.
     const bool toStandardOutput = csvFile == QLatin1String("-");
     ProgressBar::installInterruptHandler();
     QTemporaryFile pipeCopy(QDir::tempPath() + QLatin1String("/zqdb-export-XXXXXX"));
     QString target = csvFile;
     if (toStandardOutput) {
-        if (!pipeCopy.open()) {
-            err << tr("zqdb export: cannot write '%1': %2.")
-                            .arg(shown(pipeCopy.fileName()), pipeCopy.errorString())
-                << '\n';
-            return Failure;
-        }
+        if (!pipeCopy.open())
+            return fail(err, "export",
+                        tr("cannot write '%1': %2.")
+                                .arg(shown(pipeCopy.fileName()), pipeCopy.errorString()));
         target = pipeCopy.fileName();
         ProgressBar::removeOnInterrupt(target);
-    } else {
-        const QString problem = DatabaseFile::cannotWrite(csvFile, false, path);
-        if (!problem.isEmpty()) {
-            err << "zqdb export: " << problem << '\n';
-            return Failure;
-        }
     }
+    const QString problem
+            = toStandardOutput ? QString() : DatabaseFile::cannotWrite(csvFile, false, path);
+    if (!problem.isEmpty())
+        return fail(err, "export", problem);
     err.flush();
     bool ok = false;
     {
@@ -406,31 +367,29 @@ int exportCsv(const QString &database, const QString &csvFile, QTextStream &out,
                 [&bar](qint64 done, qint64 total) { return bar.update(done, total); });
         ok = Database::DatabaseExport::toCSV(path, target);
     }
-    if (!ok && ProgressBar::interrupted()) {
-        err << tr("zqdb export: cancelled.") << '\n';
-        return Failure;
-    }
+    if (!ok && ProgressBar::interrupted())
+        return fail(err, "export", tr("cancelled."));
     const QString where
             = toStandardOutput ? tr("standard output") : QStringLiteral("'%1'").arg(shown(csvFile));
-    if (!ok) {
-        // Looked at, not opened: opening could create the file the export did not write.
-        const QString problem = DatabaseFile::writeProblem(target, false);
-        err << tr("zqdb export: exporting '%1' to %2 failed: %3.")
+    // Looked at, not opened: opening could create the file the export did not write.
+    const QString written = ok ? QString() : DatabaseFile::writeProblem(target, false);
+    if (!ok)
+        return fail(
+                err, "export",
+                tr("exporting '%1' to %2 failed: %3.")
                         .arg(shown(path), where,
-                             problem.isEmpty() ? tr("the database could not be read") : problem)
-            << '\n';
-        return Failure;
-    }
+                             written.isEmpty() ? tr("the database could not be read") : written));
     if (toStandardOutput) {
         out.flush();
         errno = 0;
-        if (!copyFile(target, out.device())) {
-            err << tr("zqdb export: cannot write to standard output: %1.")
-                            .arg(errno != 0 ? QString::fromLocal8Bit(std::strerror(errno))
-                                            : out.device()->errorString())
-                << '\n';
-            return Failure;
-        }
+        QString error;
+        QFile csv(target); // by name: the exporter may have put a new file in its place
+        if (!csv.open(QIODevice::ReadOnly)
+            || !Database::TextFileSurvey::copy(csv, *out.device(), &error))
+            return fail(err, "export",
+                        tr("cannot write to standard output: %1.")
+                                .arg(errno != 0 ? QString::fromLocal8Bit(std::strerror(errno))
+                                                : out.device()->errorString()));
     }
     if (!flushData("export", out, err))
         return Failure;
@@ -447,9 +406,8 @@ int exportCsv(const QString &database, const QString &csvFile, QTextStream &out,
     else
         err << tr("Exported %1 of %2 to %3 (GBK).").arg(exported, table, where) << '\n';
     if (rows < 0)
-        err << tr("zqdb export: warning: the rows of %1 could not be counted; check %2.")
-                        .arg(table, where)
-            << '\n';
+        fail(err, "export",
+             tr("warning: the rows of %1 could not be counted; check %2.").arg(table, where));
     return Success;
 }
 
@@ -460,22 +418,17 @@ QString utf8Warning(const QString &command, const QString &source)
             .arg(command, source);
 }
 
-int walkMemoryTable(const QString &linesFile, TextSource::Encoding encoding, bool encodingSet,
-                    QTextStream &out, QTextStream &err)
+int walkMemoryTable(const QString &linesFile, bool utf8, bool encodingSet, QTextStream &out,
+                    QTextStream &err)
 {
-    const QFileInfo info(linesFile);
-    if (info.isDir()) {
-        err << tr("zqdb memory: '%1' is a directory, not a file of lines.").arg(shown(linesFile))
-            << '\n';
-        return Failure;
-    }
+    if (QFileInfo(linesFile).isDir())
+        return fail(err, "memory",
+                    tr("'%1' is a directory, not a file of lines.").arg(shown(linesFile)));
     QString error;
-    const QStringList lines = TextSource::readLines(linesFile, encoding, &error);
-    if (!error.isEmpty()) {
-        err << tr("zqdb memory: cannot read '%1': %2.").arg(shown(linesFile), error) << '\n';
-        return Failure;
-    }
-    if (!encodingSet && TextSource::looksLikeUtf8(linesFile))
+    const QStringList lines = Database::TextFileSurvey::readLines(linesFile, utf8, &error);
+    if (!error.isEmpty())
+        return fail(err, "memory", tr("cannot read '%1': %2.").arg(shown(linesFile), error));
+    if (!encodingSet && Database::TextFileSurvey::looksLikeUtf8(linesFile))
         err << utf8Warning(QStringLiteral("memory"), QStringLiteral("'%1'").arg(shown(linesFile)))
             << Qt::endl; // before the rows it is about
 
@@ -484,12 +437,11 @@ int walkMemoryTable(const QString &linesFile, TextSource::Encoding encoding, boo
     int result = Success;
     if (!memory->generateDatabase(QStringLiteral("TestTable"), lines)) {
         const QString reason = memory->getLastError();
-        err << tr("zqdb memory: cannot build the memory table from '%1': %2.")
-                        .arg(linesFile,
-                             reason.isEmpty() ? tr("the file holds no \"@;!\"-joined values")
-                                              : reason)
-            << '\n';
-        result = Failure;
+        result = fail(err, "memory",
+                      tr("cannot build the memory table from '%1': %2.")
+                              .arg(linesFile,
+                                   reason.isEmpty() ? tr("the file holds no \"@;!\"-joined values")
+                                                    : reason));
     } else {
         const int columns = memory->getTableColumnsCount();
         QStringList header{tr("row")};
@@ -507,16 +459,10 @@ int walkMemoryTable(const QString &linesFile, TextSource::Encoding encoding, boo
             printer.addRow(cells);
             memory->doNext();
         } while (!memory->isEnd());
-        if (!printer.finish()) {
-            err << tr("zqdb memory: cannot write to standard output: %1.")
-                            .arg(printer.errorString())
-                << '\n';
+        if (!finishPrinting(printer, "memory", out, err))
             result = Failure;
-        } else if (!flushData("memory", out, err)) {
-            result = Failure;
-        } else {
+        else
             err << tr("(%n input line(s))", nullptr, memory->getTableRowsCount()) << '\n';
-        }
     }
     Database::MemoryDatabaseManager::destruct();
     return result;

@@ -1,8 +1,6 @@
 #ifndef ZQDB_COMMANDS_H
 #define ZQDB_COMMANDS_H
 
-#include "textsource.h"
-
 #include <QString>
 #include <QStringList>
 
@@ -21,6 +19,9 @@ struct CatOptions
     QString output = QStringLiteral("-"); // "-": standard output
 };
 
+// Writes "zqdb COMMAND: message" as a line to err; returns code.
+int fail(QTextStream &err, const char *command, const QString &message, int code = Failure);
+
 // Each command writes its data to out and everything else (status, warnings, complaints) to
 // err, and returns an ExitCode.
 int listDatabases(QTextStream &out, QTextStream &err);
@@ -29,8 +30,8 @@ int catRows(const QString &database, const CatOptions &options, QTextStream &out
 int exportCsv(const QString &database, const QString &csvFile, QTextStream &out, QTextStream &err);
 // The warning for a text source that looks like UTF-8 but is read as GB2312; source is shown.
 QString utf8Warning(const QString &command, const QString &source);
-int walkMemoryTable(const QString &linesFile, TextSource::Encoding encoding, bool encodingSet,
-                    QTextStream &out, QTextStream &err);
+int walkMemoryTable(const QString &linesFile, bool utf8, bool encodingSet, QTextStream &out,
+                    QTextStream &err);
 
 } // namespace Zqdb
 

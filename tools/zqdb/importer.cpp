@@ -2,13 +2,15 @@
 #include "commands.h"
 #include "databasefile.h"
 #include "progressbar.h"
-#include "rowstream.h"
 #include "translate.h"
 
 #include <core/xlsxreader.h>
 #include <database/csvimporter.h>
 #include <database/databasegenerator.h>
 #include <database/progressscope.h>
+#include <database/replacingimport.h>
+#include <database/rowblockreader.h>
+#include <database/textfilesurvey.h>
 #include <database/xlsxtodbgenerator.h>
 
 #include <QFile>
@@ -17,10 +19,8 @@
 #include <QTemporaryFile>
 #include <QTextStream>
 
-#include <cerrno>
 #include <climits>
 #include <cstdio>
-#include <cstring>
 #include <sys/resource.h>
 #include <unistd.h>
 
@@ -29,6 +29,8 @@ namespace Zqdb {
 namespace {
 
 const QByteArray ZipMagic("PK\x03\x04", 4);
+using Encoding = Database::CsvImporter::Encoding;
+using Database::TextFileSurvey;
 
 // The lines under a "'...' now holds:" heading, one per table.
 void listTables(QTextStream &err, const QList<DatabaseFile::Table> &tables, const char *indent)
@@ -42,30 +44,6 @@ QString shownSeparator(const QString &separator)
     return separator == QLatin1String("\t") ? QStringLiteral("\\t") : separator;
 }
 
-// Copies standard input into file; false with the reason on a read or write error.
-bool copyStandardInput(QFile &file, QString *error)
-{
-    QFile in;
-    if (!in.open(stdin, QIODevice::ReadOnly)) {
-        *error = in.errorString();
-        return false;
-    }
-    while (true) {
-        const QByteArray chunk = in.read(1 << 20);
-        if (chunk.isEmpty())
-            break;
-        if (file.write(chunk) != chunk.size()) {
-            *error = file.errorString();
-            return false;
-        }
-    }
-    if (!file.flush()) {
-        *error = file.errorString();
-        return false;
-    }
-    return true;
-}
-
 } // namespace
 
 Importer::Importer(const Options &options, QTextStream &err)
@@ -75,14 +53,7 @@ Importer::Importer(const Options &options, QTextStream &err)
 
 int Importer::fail(const QString &message)
 {
-    m_err << "zqdb import: " << message << '\n';
-    return Failure;
-}
-
-bool Importer::refuse(const QString &message)
-{
-    fail(message);
-    return false;
+    return Zqdb::fail(m_err, "import", message);
 }
 
 int Importer::run(const QString &source, const QString &target)
@@ -98,10 +69,8 @@ int Importer::run(const QString &source, const QString &target)
             ? tr("standard input")
             : QStringLiteral("'%1'").arg(shown(source));
     if (spreadsheet && (m_options.separatorSet || m_options.encodingSet || m_options.csv)) {
-        m_err << tr("zqdb import: --csv, --separator and --encoding apply to text files, not to "
-                    "spreadsheets.")
-              << '\n'
-              << tr("Try 'zqdb import --help'.") << '\n';
+        fail(tr("--csv, --separator and --encoding apply to text files, not to spreadsheets."));
+        m_err << tr("Try 'zqdb import --help'.") << '\n';
         return Usage;
     }
     if (!checkTarget(target))
@@ -110,17 +79,17 @@ int Importer::run(const QString &source, const QString &target)
     // CSV, and encodings beyond the library importer's own rule, go through CsvImporter; its
     // line rule splits as the library's importer does.
     const bool csvImporter = !spreadsheet
-            && (m_options.csv || m_options.encoding == TextSource::Gb18030
-                || m_options.encoding == TextSource::Automatic);
+            && (m_options.csv || m_options.encoding == Encoding::Gb18030
+                || m_options.encoding == Encoding::Automatic);
     // A text source in UTF-8 reaches the importer with a byte-order mark on every line.
     QTemporaryFile utf8Copy(QDir::tempPath() + QLatin1String("/zqdb-utf8-XXXXXX"));
     QString importPath = sourcePath;
-    if (!spreadsheet && !csvImporter && m_options.encoding == TextSource::Utf8) {
+    if (!spreadsheet && !csvImporter && m_options.encoding == Encoding::Utf8) {
         QString error;
         if (utf8Copy.open())
             ProgressBar::removeOnInterrupt(utf8Copy.fileName());
         if (!utf8Copy.isOpen()
-            || !TextSource::writeUtf8Copy(sourcePath, utf8Copy.fileName(), &error))
+            || !TextFileSurvey::writeUtf8Copy(sourcePath, utf8Copy.fileName(), &error))
             return fail(tr("cannot prepare a UTF-8 copy of %1 in '%2': %3.")
                                 .arg(sourceName, shown(QDir::tempPath()),
                                      error.isEmpty() ? utf8Copy.errorString() : error));
@@ -136,25 +105,19 @@ int Importer::run(const QString &source, const QString &target)
 
     // --replace builds the new database beside the target and swaps it in only on success.
     const bool targetExisted = QFileInfo::exists(target);
-    QScopedPointer<QTemporaryFile> replacement;
+    QScopedPointer<Database::ReplacingImport> replacement;
     QString workPath = target;
     if (m_options.mode == Replace) {
-        const QFileInfo info(target);
-        replacement.reset(new QTemporaryFile(info.absolutePath() + QLatin1String("/.")
-                                             + info.fileName() + QLatin1String(".zqdb-XXXXXX")));
-        if (!replacement->open())
+        replacement.reset(new Database::ReplacingImport(target));
+        if (!replacement->begin())
             return fail(tr("cannot create a new file beside '%1': %2.")
                                 .arg(shown(target), replacement->errorString()));
-        ProgressBar::removeOnInterrupt(replacement->fileName());
-        ProgressBar::removeOnInterrupt(replacement->fileName() + QLatin1String("-journal"));
-        replacement->close();
-        if (info.exists())
-            replacement->setPermissions(QFile(target).permissions());
-        workPath = replacement->fileName();
+        workPath = replacement->workFile();
+        ProgressBar::removeOnInterrupt(workPath);
+        ProgressBar::removeOnInterrupt(workPath + QLatin1String("-journal"));
     }
 
     m_err.flush();
-    const QByteArray workName = QFile::encodeName(workPath);
     bool ok = false;
     QString log;
     {
@@ -172,10 +135,8 @@ int Importer::run(const QString &source, const QString &target)
                 log += QLatin1Char('\n') + reader.errorString();
         } else if (csvImporter) {
             using Csv = Database::CsvImporter;
-            const Csv::Encoding encodings[] = {Csv::Encoding::PerLine, Csv::Encoding::Utf8,
-                                               Csv::Encoding::Gb18030, Csv::Encoding::Automatic};
             Csv importer({m_options.csv ? Csv::Format::Rfc4180 : Csv::Format::LineRule,
-                          encodings[m_options.encoding], m_options.separator});
+                          m_options.encoding, m_options.separator});
             ok = importer.importFile(importPath, workPath);
             log = importer.log();
         } else {
@@ -204,14 +165,9 @@ int Importer::run(const QString &source, const QString &target)
                   << '\n';
         return Failure;
     }
-    if (replacement
-        && std::rename(workName.constData(), QFile::encodeName(target).constData()) != 0)
+    if (replacement && !replacement->commit())
         return fail(tr("cannot put the new database in place of '%1': %2.")
-                            .arg(shown(target), QString::fromLocal8Bit(std::strerror(errno))));
-    if (replacement) {
-        replacement->setAutoRemove(false);
-        ProgressBar::keepOnInterrupt(workPath);
-    }
+                            .arg(shown(target), replacement->errorString()));
 
     if (ProgressBar::interrupted())
         fail(tr("Ctrl-C came too late to stop the import."));
@@ -241,7 +197,10 @@ bool Importer::openSource(const QString &source, QTemporaryFile &stdinCopy, QStr
         QString error;
         if (stdinCopy.open())
             ProgressBar::removeOnInterrupt(stdinCopy.fileName());
-        if (!stdinCopy.isOpen() || !copyStandardInput(stdinCopy, &error))
+        QFile in;
+        if (!in.open(stdin, QIODevice::ReadOnly))
+            error = in.errorString();
+        if (!stdinCopy.isOpen() || !error.isEmpty() || !TextFileSurvey::copy(in, stdinCopy, &error))
             return refuse(tr("cannot keep standard input in '%1': %2.")
                                   .arg(shown(stdinCopy.fileName()),
                                        error.isEmpty() ? stdinCopy.errorString() : error));
@@ -267,18 +226,14 @@ bool Importer::openSource(const QString &source, QTemporaryFile &stdinCopy, QStr
 bool Importer::checkTarget(const QString &target)
 {
     const QFileInfo info(target);
-    if (info.isDir()) {
-        fail(tr("'%1' is a directory; give the path of the database file to write.")
-                     .arg(shown(target)));
-        return false;
-    }
+    if (info.isDir())
+        return refuse(tr("'%1' is a directory; give the path of the database file to write.")
+                              .arg(shown(target)));
     const bool exists = info.exists();
-    if (exists && !DatabaseFile::looksLikeSqlite(target) && m_options.mode != Replace) {
-        fail(tr("'%1' exists and is not an SQLite database; give a new file name, or --replace "
-                "to overwrite it.")
-                     .arg(shown(target)));
-        return false;
-    }
+    if (exists && !DatabaseFile::looksLikeSqlite(target) && m_options.mode != Replace)
+        return refuse(tr("'%1' exists and is not an SQLite database; give a new file name, or "
+                         "--replace to overwrite it.")
+                              .arg(shown(target)));
     if (exists && DatabaseFile::looksLikeSqlite(target)) {
         const QList<DatabaseFile::Table> tables = DatabaseFile::tables(target);
         qint64 rows = 0;
@@ -308,10 +263,10 @@ bool Importer::checkTarget(const QString &target)
 
 void Importer::adviseOnText(const QString &path, const QString &shownName)
 {
-    if (!m_options.encodingSet && TextSource::looksLikeUtf8(path))
+    if (!m_options.encodingSet && TextFileSurvey::looksLikeUtf8(path))
         m_err << utf8Warning(QStringLiteral("import"), shownName) << '\n';
-    const QList<TextSource::HeadLine> head = TextSource::head(path, m_options.separator);
-    for (const TextSource::HeadLine &line : head)
+    const QList<TextFileSurvey::HeadLine> head = TextFileSurvey::head(path, m_options.separator);
+    for (const TextFileSurvey::HeadLine &line : head)
         if (line.hasSeparator)
             return;
     if (head.isEmpty())
@@ -324,9 +279,9 @@ void Importer::adviseOnText(const QString &path, const QString &shownName)
          {QStringLiteral("\t"), QStringLiteral(","), QStringLiteral(";"), QStringLiteral("|")}) {
         if (candidate == m_options.separator)
             continue;
-        const QList<TextSource::HeadLine> other = TextSource::head(path, candidate);
+        const QList<TextFileSurvey::HeadLine> other = TextFileSurvey::head(path, candidate);
         bool everywhere = !other.isEmpty();
-        for (const TextSource::HeadLine &line : other)
+        for (const TextFileSurvey::HeadLine &line : other)
             everywhere = everywhere && line.hasSeparator && line.fields == other.first().fields;
         if (everywhere) {
             hint += QLatin1Char(' ')
@@ -341,8 +296,8 @@ void Importer::adviseOnText(const QString &path, const QString &shownName)
 
 void Importer::warnOfLineRuleChanges(const QString &path)
 {
-    const TextSource::LineRuleChanges changes
-            = TextSource::lineRuleChanges(path, m_options.separator, m_options.encoding);
+    const TextFileSurvey::LineRuleChanges changes
+            = TextFileSurvey::lineRuleChanges(path, m_options.separator, m_options.encoding);
     if (changes.lines == 0)
         return;
     m_err << tr("zqdb import: warning: the line rule changes the data of %n line(s), the first "
@@ -379,9 +334,10 @@ void Importer::explainFailure(const QString &log, const QString &source, const Q
               << '\n';
     if (log.contains(QLatin1String("Content error"))) {
         // The check compares the first six non-empty lines: show which of them differ.
-        const QList<TextSource::HeadLine> head = TextSource::head(sourcePath, m_options.separator);
+        const QList<TextFileSurvey::HeadLine> head
+                = TextFileSurvey::head(sourcePath, m_options.separator);
         QStringList counts;
-        for (const TextSource::HeadLine &line : head)
+        for (const TextFileSurvey::HeadLine &line : head)
             counts << tr("line %1: %n field(s)", nullptr, line.fields).arg(line.number);
         m_err << "  "
               << tr("The first %n non-empty line(s) must split into as many fields at '%1':",
@@ -419,17 +375,18 @@ bool Importer::checkColumns(const QString &source, bool spreadsheet, const QStri
         if (reader.open(source))
             incoming = reader.columnCount();
     } else {
-        const QList<TextSource::HeadLine> head = TextSource::head(source, m_options.separator);
+        const QList<TextFileSurvey::HeadLine> head
+                = TextFileSurvey::head(source, m_options.separator);
         incoming = head.isEmpty() ? 0 : head.first().fields;
     }
-    if (incoming <= 0 || existing == incoming)
-        return true;
-    fail(tr("table1 of '%1' has %2 value column(s) but the source has %3: an in-place import "
-            "would empty table1 and then fail. Nothing was changed; use --replace to start anew.")
-                 .arg(shown(target))
-                 .arg(existing)
-                 .arg(incoming));
-    return false;
+    return incoming <= 0 || existing == incoming
+            || refuse(tr("table1 of '%1' has %2 value column(s) but the source has %3: an in-place "
+                         "import "
+                         "would empty table1 and then fail. Nothing was changed; use --replace to "
+                         "start anew.")
+                              .arg(shown(target))
+                              .arg(existing)
+                              .arg(incoming));
 }
 
 QStringList Importer::keptTables(const QString &source, bool spreadsheet) const
@@ -441,9 +398,10 @@ QStringList Importer::keptTables(const QString &source, bool spreadsheet) const
         if (reader.open(source) && !reader.isEmpty() && reader.columnCount() > 0)
             rows = reader.rowCount();
     } else {
-        rows = TextSource::countRows(source, m_options.separator);
+        rows = TextFileSurvey::countRows(source, m_options.separator);
     }
-    const qint64 batches = (rows + RowStream::RowsPerTable - 1) / RowStream::RowsPerTable;
+    const qint64 batches = (rows + Database::RowBlockReader::ImporterRowsPerTable - 1)
+            / Database::RowBlockReader::ImporterRowsPerTable;
     QStringList kept;
     for (const QString &name : m_tablesBefore) {
         const qint64 index = name.startsWith(QLatin1String("table")) ? name.mid(5).toLongLong() : 0;

@@ -1,7 +1,7 @@
 #ifndef ZQDB_IMPORTER_H
 #define ZQDB_IMPORTER_H
 
-#include "textsource.h"
+#include <database/csvimporter.h>
 
 #include <QString>
 #include <QStringList>
@@ -23,7 +23,7 @@ public:
         bool csv = false; // RFC 4180 through CsvImporter
         QString separator = QStringLiteral(",");
         bool separatorSet = false;
-        TextSource::Encoding encoding = TextSource::Gb2312;
+        Database::CsvImporter::Encoding encoding = Database::CsvImporter::Encoding::PerLine;
         bool encodingSet = false;
         Mode mode = NewOnly;
     };
@@ -34,8 +34,8 @@ public:
     int run(const QString &source, const QString &target);
 
 private:
-    int fail(const QString &message);    // reports, returns Failure
-    bool refuse(const QString &message); // reports, returns false
+    int fail(const QString &message); // reports, returns Failure
+    bool refuse(const QString &message) { return !fail(message); }
     // The file to import (standard input is copied to stdinCopy first); false once reported.
     bool openSource(const QString &source, QTemporaryFile &stdinCopy, QString *path,
                     bool *spreadsheet);

@@ -26,8 +26,7 @@ extern "C" void onInterrupt(int)
         return;
     // Nothing is listening for a cancel request, or it was not heeded: leave no file behind.
     for (int i = 0; i < removeCount; ++i)
-        if (removeOnExit[i][0])
-            ::unlink(removeOnExit[i]);
+        ::unlink(removeOnExit[i]);
     std::signal(SIGINT, SIG_DFL);
     std::raise(SIGINT);
 }
@@ -72,15 +71,6 @@ void ProgressBar::removeOnInterrupt(const QString &path)
         return;
     std::memcpy(removeOnExit[removeCount], name.constData(), size_t(name.size()) + 1);
     removeCount = removeCount + 1; // the entry is complete before the handler can see it
-}
-
-void ProgressBar::keepOnInterrupt(const QString &path)
-{
-    const QByteArray name = QFile::encodeName(path);
-    const int count = qMin(int(removeCount), MaxRemoved); // the bound the optimiser can see
-    for (int i = 0; i < count; ++i)
-        if (name == removeOnExit[i])
-            removeOnExit[i][0] = 0;
 }
 
 bool ProgressBar::interrupted()

@@ -28,7 +28,6 @@ public:
     static void installInterruptHandler();
     // Registers a file (at most 8) that Ctrl-C deletes before it ends the process.
     static void removeOnInterrupt(const QString &path);
-    static void keepOnInterrupt(const QString &path);
     static bool interrupted();
 
 private:

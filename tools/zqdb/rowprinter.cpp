@@ -15,10 +15,10 @@ constexpr int BufferBytes = 1 << 16;
 RowPrinter::RowPrinter(QIODevice *device, Format format, const QStringList &header)
     : m_device(device)
     , m_format(format)
-    , m_header(header.toVector())
+    , m_header(header)
 {
     if (m_format == Csv)
-        writeCsv(m_header.constData(), m_header.size());
+        writeCsv(m_header);
 }
 
 RowPrinter::~RowPrinter()
@@ -39,14 +39,14 @@ int RowPrinter::displayWidth(const QString &text)
     return width;
 }
 
-void RowPrinter::addRow(const QString *cells, int count)
+void RowPrinter::addRow(const QStringList &cells)
 {
     if (m_format == Csv) {
-        writeCsv(cells, count);
+        writeCsv(cells);
     } else if (m_widthsFixed) {
-        writeAligned(QVector<QString>(cells, cells + count));
+        writeAligned(cells);
     } else {
-        m_heldBack << QVector<QString>(cells, cells + count);
+        m_heldBack << cells;
         if (m_heldBack.size() >= RowsForWidths)
             flushRows();
     }
@@ -65,21 +65,21 @@ void RowPrinter::flushRows()
     m_widths.fill(0, m_header.size());
     for (int c = 0; c < m_header.size(); ++c)
         m_widths[c] = displayWidth(m_header.at(c));
-    for (const QVector<QString> &row : qAsConst(m_heldBack))
+    for (const QStringList &row : qAsConst(m_heldBack))
         for (int c = 0; c < row.size() && c < m_widths.size(); ++c)
             m_widths[c] = qMax(m_widths[c], displayWidth(row.at(c)));
     m_widthsFixed = true;
     writeAligned(m_header);
-    QVector<QString> rule;
+    QStringList rule;
     for (int width : qAsConst(m_widths))
         rule << QString(width, QLatin1Char('-'));
     writeAligned(rule);
-    for (const QVector<QString> &row : qAsConst(m_heldBack))
+    for (const QStringList &row : qAsConst(m_heldBack))
         writeAligned(row);
     m_heldBack.clear();
 }
 
-void RowPrinter::writeAligned(const QVector<QString> &cells)
+void RowPrinter::writeAligned(const QStringList &cells)
 {
     QString line;
     for (int c = 0; c < cells.size(); ++c) {
@@ -94,18 +94,18 @@ void RowPrinter::writeAligned(const QVector<QString> &cells)
     m_buffer += '\n';
 }
 
-void RowPrinter::writeCsv(const QString *cells, int count)
+void RowPrinter::writeCsv(const QStringList &cells)
 {
-    QVector<QByteArray> bytes(count);
-    QVector<RowStream::Cell> utf8(count);
-    for (int c = 0; c < count; ++c) {
-        bytes[c] = cells[c].toUtf8();
-        utf8[c] = {bytes[c].constData(), int(bytes[c].size())};
+    for (int c = 0; c < cells.size(); ++c) {
+        if (c > 0)
+            m_buffer += ',';
+        const QByteArray bytes = cells.at(c).toUtf8();
+        writeCsvField(bytes.constData(), int(bytes.size()));
     }
-    writeCsv(utf8.constData(), count);
+    m_buffer += '\n';
 }
 
-void RowPrinter::writeCsv(const RowStream::Cell *cells, int count)
+void RowPrinter::writeCsv(const Database::RowBlockReader::TextCell *cells, int count)
 {
     for (int c = 0; c < count; ++c) {
         if (c > 0)
@@ -115,7 +115,7 @@ void RowPrinter::writeCsv(const RowStream::Cell *cells, int count)
     m_buffer += '\n';
 }
 
-void RowPrinter::addRow(const RowStream::Cell *cells, int count)
+void RowPrinter::addRow(const Database::RowBlockReader::TextCell *cells, int count)
 {
     writeCsv(cells, count);
     write(false);

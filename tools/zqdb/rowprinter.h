@@ -1,7 +1,7 @@
 #ifndef ZQDB_ROWPRINTER_H
 #define ZQDB_ROWPRINTER_H
 
-#include "rowstream.h"
+#include <database/rowblockreader.h>
 
 #include <QByteArray>
 #include <QList>
@@ -23,13 +23,9 @@ public:
     RowPrinter(QIODevice *device, Format format, const QStringList &header);
     ~RowPrinter();
 
-    void addRow(const QString *cells, int count);
+    void addRow(const QStringList &cells);
     // Cells given as UTF-8, written as they are in CSV, the only format that takes them.
-    void addRow(const RowStream::Cell *cells, int count);
-    void addRow(const QVector<QString> &cells) { addRow(cells.constData(), int(cells.size())); }
-#if QT_VERSION < QT_VERSION_CHECK(6, 0, 0) // Qt 6's QStringList is a QVector<QString>
-    void addRow(const QStringList &cells) { addRow(cells.toVector()); }
-#endif
+    void addRow(const Database::RowBlockReader::TextCell *cells, int count);
     // Writes what is still held back; false when the device refused a write.
     bool finish();
     // Why the device refused a write (the system's reason).
@@ -40,17 +36,17 @@ public:
 
 private:
     void flushRows();
-    void writeAligned(const QVector<QString> &cells);
-    void writeCsv(const QString *cells, int count);
-    void writeCsv(const RowStream::Cell *cells, int count);
+    void writeAligned(const QStringList &cells);
+    void writeCsv(const QStringList &cells);
+    void writeCsv(const Database::RowBlockReader::TextCell *cells, int count);
     void writeCsvField(const char *data, int size);
     bool write(bool force);
 
     QIODevice *m_device;
     Format m_format;
-    QVector<QString> m_header;
+    QStringList m_header;
     QVector<int> m_widths;
-    QList<QVector<QString>> m_heldBack;
+    QList<QStringList> m_heldBack;
     bool m_widthsFixed = false;
     bool m_failed = false;
     QString m_error;

@@ -1,4 +1,5 @@
-#include "textsource.h"
+#include "textfilesurvey.h"
+#include "utf8_p.h"
 
 #include <QFile>
 #include <QTextCodec>
@@ -7,7 +8,7 @@
 #include <algorithm>
 #include <cstring>
 
-namespace Zqdb {
+namespace Database {
 
 namespace {
 
@@ -20,7 +21,14 @@ QString decodeLikeImporter(const QByteArray &line)
 {
     static QTextCodec *const gb2312 = QTextCodec::codecForName("GB2312");
     QTextCodec *codec = QTextCodec::codecForUtfText(line, gb2312);
-    return codec ? codec->toUnicode(line) : QString::fromLatin1(line);
+    if (!codec)
+        return QString::fromLatin1(line);
+    if (codec == gb2312)
+        return codec->toUnicode(line);
+    // A UTF-16 or UTF-32 line cut at a 0x0A byte ends mid-character: with a state, as the
+    // importer's stream decodes, both flavours drop it (a stateless call gives U+FFFD in Qt 6).
+    QTextCodec::ConverterState state;
+    return codec->toUnicode(line.constData(), int(line.size()), &state);
 }
 
 enum LineChange { DroppedEmpty = 1, SplitQuoted = 2 };
@@ -108,44 +116,9 @@ int lineChanges(const Char *begin, const Char *end, const Char *separator, int l
     }
 }
 
-bool isAscii(const char *begin, const char *end)
-{
-    quint64 high = 0;
-    for (; end - begin >= 8; begin += 8) {
-        quint64 word;
-        std::memcpy(&word, begin, 8);
-        high |= word;
-    }
-    for (; begin < end; ++begin)
-        high |= uchar(*begin);
-    return (high & Q_UINT64_C(0x8080808080808080)) == 0;
-}
-
 } // namespace
 
-bool TextSource::parseEncoding(const QString &name, Encoding *encoding)
-{
-    const QString key = name.toLower().remove(QLatin1Char('-'));
-    if (key == QLatin1String("gb2312")) {
-        *encoding = Gb2312;
-        return true;
-    }
-    if (key == QLatin1String("utf8")) {
-        *encoding = Utf8;
-        return true;
-    }
-    if (key == QLatin1String("gb18030")) {
-        *encoding = Gb18030;
-        return true;
-    }
-    if (key == QLatin1String("auto")) {
-        *encoding = Automatic;
-        return true;
-    }
-    return false;
-}
-
-bool TextSource::looksLikeUtf8(const QString &path)
+bool TextFileSurvey::looksLikeUtf8(const QString &path)
 {
     QFile file(path);
     if (!file.open(QIODevice::ReadOnly))
@@ -153,29 +126,13 @@ bool TextSource::looksLikeUtf8(const QString &path)
     const QByteArray head = file.read(HeadBytes);
     if (head.startsWith(Utf8Mark))
         return true;
-    int multiByte = 0;
-    for (int i = 0; i < head.size();) {
-        const uchar lead = uchar(head.at(i));
-        const int length = lead < 0x80                  ? 1
-                : (lead & 0xE0) == 0xC0 && lead >= 0xC2 ? 2
-                : (lead & 0xF0) == 0xE0                 ? 3
-                : (lead & 0xF8) == 0xF0 && lead <= 0xF4 ? 4
-                                                        : 0;
-        if (length == 0)
-            return false;
-        for (int k = 1; k < length; ++k) {
-            if (i + k >= head.size())
-                return multiByte > 0; // a sequence cut by the end of the head
-            if ((uchar(head.at(i + k)) & 0xC0) != 0x80)
-                return false;
-        }
-        multiByte += length > 1 ? 1 : 0;
-        i += length;
-    }
-    return multiByte > 0;
+    // A sequence cut by the end of the head does not count against it.
+    int tail = 0;
+    return isValidUtf8(head.constData(), head.size(), &tail)
+            && !isAscii(head.constData(), head.size() - tail);
 }
 
-QList<TextSource::HeadLine> TextSource::head(const QString &path, const QString &separator)
+QList<TextFileSurvey::HeadLine> TextFileSurvey::head(const QString &path, const QString &separator)
 {
     // Read as the importer's check reads: the stream's default decoding, empty lines skipped,
     // stop at the sixth non-empty line that yields a field.
@@ -202,16 +159,16 @@ QList<TextSource::HeadLine> TextSource::head(const QString &path, const QString 
     return lines;
 }
 
-TextSource::LineRuleChanges TextSource::lineRuleChanges(const QString &path,
-                                                         const QString &separator,
-                                                         Encoding encoding)
+TextFileSurvey::LineRuleChanges TextFileSurvey::lineRuleChanges(const QString &path,
+                                                                const QString &separator,
+                                                                CsvImporter::Encoding encoding)
 {
     LineRuleChanges found;
     QFile file(path);
     if (separator.isEmpty() || !file.open(QIODevice::ReadOnly))
         return found;
     const QByteArray asciiSeparator = separator.toLatin1();
-    const bool separatorAscii = isAscii(asciiSeparator.constBegin(), asciiSeparator.constEnd())
+    const bool separatorAscii = isAscii(asciiSeparator.constData(), asciiSeparator.size())
             && QString::fromLatin1(asciiSeparator) == separator;
     const QByteArray doubledSeparator = asciiSeparator + asciiSeparator;
     const char *sep = asciiSeparator.constData();
@@ -220,8 +177,11 @@ TextSource::LineRuleChanges TextSource::lineRuleChanges(const QString &path,
     static QTextCodec *const gb18030 = QTextCodec::codecForName("GB18030");
     static QTextCodec *const utf8 = QTextCodec::codecForName("UTF-8");
     const auto decode = [&](const QByteArray &line) {
-        QTextCodec *fallback = encoding == Gb2312 ? gb2312 : encoding == Utf8 ? utf8 : gb18030;
-        if (encoding == Automatic) {
+        using Encoding = CsvImporter::Encoding;
+        QTextCodec *fallback = encoding == Encoding::PerLine ? gb2312
+                : encoding == Encoding::Utf8                 ? utf8
+                                                             : gb18030;
+        if (encoding == Encoding::Automatic) {
             QTextCodec::ConverterState state;
             const QString text = utf8->toUnicode(line.constData(), line.size(), &state);
             if (state.invalidChars == 0 && state.remainingChars == 0)
@@ -233,7 +193,7 @@ TextSource::LineRuleChanges TextSource::lineRuleChanges(const QString &path,
         if (end > begin && end[-1] == '\r')
             --end;
         int changes = 0;
-        if (isAscii(begin, end)) {
+        if (isAscii(begin, end - begin)) {
             // Only a quote, two separators in a row or a separator among the leading blanks
             // can change a line: most lines hold none, and memchr and memmem tell fast.
             const char *first = begin;
@@ -288,7 +248,7 @@ TextSource::LineRuleChanges TextSource::lineRuleChanges(const QString &path,
     return found;
 }
 
-bool TextSource::writeUtf8Copy(const QString &source, const QString &target, QString *error)
+bool TextFileSurvey::writeUtf8Copy(const QString &source, const QString &target, QString *error)
 {
     QFile in(source);
     QFile out(target);
@@ -325,7 +285,7 @@ bool TextSource::writeUtf8Copy(const QString &source, const QString &target, QSt
     return true;
 }
 
-qint64 TextSource::countRows(const QString &path, const QString &separator)
+qint64 TextFileSurvey::countRows(const QString &path, const QString &separator)
 {
     QFile file(path);
     if (!file.open(QIODevice::ReadOnly | QIODevice::Text))
@@ -339,7 +299,7 @@ qint64 TextSource::countRows(const QString &path, const QString &separator)
     return rows;
 }
 
-QStringList TextSource::readLines(const QString &path, Encoding encoding, QString *error)
+QStringList TextFileSurvey::readLines(const QString &path, bool utf8, QString *error)
 {
     QStringList lines;
     QFile file(path);
@@ -351,7 +311,7 @@ QStringList TextSource::readLines(const QString &path, Encoding encoding, QStrin
         QByteArray line = file.readLine();
         if (line.endsWith('\n'))
             line.chop(1);
-        if (encoding == Utf8) {
+        if (utf8) {
             if (line.startsWith(Utf8Mark))
                 line.remove(0, Utf8Mark.size());
             lines << QString::fromUtf8(line);
@@ -362,4 +322,23 @@ QStringList TextSource::readLines(const QString &path, Encoding encoding, QStrin
     return lines;
 }
 
-} // namespace Zqdb
+bool TextFileSurvey::copy(QIODevice &source, QIODevice &target, QString *error)
+{
+    while (true) {
+        const QByteArray chunk = source.read(1 << 20);
+        if (chunk.isEmpty())
+            break;
+        if (target.write(chunk) != chunk.size()) {
+            *error = target.errorString();
+            return false;
+        }
+    }
+    auto *file = qobject_cast<QFileDevice *>(&target);
+    if (file && !file->flush()) {
+        *error = file->errorString();
+        return false;
+    }
+    return true;
+}
+
+} // namespace Database
