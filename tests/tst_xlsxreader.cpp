@@ -108,6 +108,8 @@ void tst_XlsxReader::files_data()
     QTest::newRow("places") << package("<row>{:1}{:2}</row><row>{r='C2':3}{:4}</row><row r='4'>{:5}"
             "</row><row>{:9}</row><row r='3'>{r='B3':6}{r='A3':7}{r='A3':8}</row>")
             << "1|2||\n||3|4\n8|6||\n5|||\n9|||";
+    QTest::newRow("lower-case references") << package("<row>{r='b1':2}</row><row>{r='c2':3}</row>")
+                                           << "|2|\n||3";
     QTest::newRow("values") << package("<row>{t='b':1}{t='b':0}{t='e':#N/A}<c t='str'><f>A1</f><v>"
             "x_x0009_y</v></c><c><f>A1</f></c>{t='n':1.5E+3}{: +7 }{t='s':99}{t='d':2024-02-29}"
             "</row>")
