@@ -1,7 +1,8 @@
 #!/usr/bin/env bash
 # Builds and runs the whole suite three times: a normal Qt 5 build, one with address and
 # undefined-behaviour sanitizers, and a Qt 6 build that also installs both flavours into one
-# prefix and compares their results; the job suite also runs under the thread sanitizer; then
+# prefix and compares their results; the suites whose work runs on several threads also run
+# under the thread sanitizer; then
 # each fuzz target runs for a bounded time.
 # Build trees go to build/, build-asan/, build-tsan/, build-qt6/ and build-fuzz/.
 set -euo pipefail
@@ -28,8 +29,9 @@ echo "== thread sanitizer build: the library and the suites whose work runs on s
 cmake -S . -B build-tsan -DCMAKE_BUILD_TYPE=RelWithDebInfo -DZQDATABASE_TSAN=ON \
     -DZQDATABASE_BUILD_TOOLS=OFF -DZQDATABASE_BUILD_EXAMPLES=OFF -DZQDATABASE_BUILD_BENCH=OFF \
     -DZQDATABASE_INSTALL=OFF >/dev/null
-cmake --build build-tsan -j "$jobs" --target tst_jobs tst_databasegenerator tst_csvimporter
-(cd build-tsan && ctest --output-on-failure -R '^tst_(jobs|databasegenerator|csvimporter)$')
+cmake --build build-tsan -j "$jobs" --target tst_jobs tst_databasegenerator tst_csvimporter \
+    tst_xlsxtodbgenerator zqxlsxwrite
+(cd build-tsan && ctest --output-on-failure -R '^tst_(jobs|databasegenerator|csvimporter|xlsxtodbgenerator)$')
 
 echo "== Qt 6 build, and both flavours compared"
 cmake -S . -B build-qt6 -DCMAKE_BUILD_TYPE=RelWithDebInfo -DZQDATABASE_QT_MAJOR_VERSION=6 \
