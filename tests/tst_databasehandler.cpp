@@ -5,16 +5,10 @@
 
 #include <core/consolesingleton.h>
 
+#include "rowtables.h"
 #include "testsupport.h"
 
 #include <QtTest>
-
-// The host application's reader class; the library only compares its addresses.
-namespace Database {
-class DatabaseObject
-{
-};
-} // namespace Database
 
 using namespace Database;
 
@@ -37,12 +31,8 @@ private slots:
         QVERIFY(m_catalogue.isValid());
         QString generated;
         for (int t = 1; t <= 3; ++t)
-            generated += QString("CREATE TABLE table%1 (id INTEGER PRIMARY KEY AUTOINCREMENT, "
-                                 "column1 TEXT, column2 TEXT); WITH RECURSIVE r(i) AS (VALUES (0) "
-                                 "UNION ALL SELECT i + 1 FROM r WHERE i < %2) INSERT INTO table%1 "
-                                 "SELECT NULL, 't%1r' || i || 'c1', 't%1r' || i || 'c2' FROM r;")
-                                 .arg(t)
-                                 .arg(t < 3 ? 3 : 2);
+            generated += TestSupport::table(t, t < 3 ? 4 : 3, "id INTEGER PRIMARY KEY AUTOINCREMENT, "
+                    "column1 TEXT, column2 TEXT", QString("NULL, 't%1r' || i || 'c1', 't%1r' || i || 'c2'").arg(t));
         QVERIFY(TestSupport::sqlite(file("generated"), generated));
         QVERIFY(TestSupport::sqlite(file("shapes"),
                                     "CREATE TABLE first (ID INTEGER PRIMARY KEY, c); INSERT INTO "
@@ -202,7 +192,7 @@ private slots:
     }
 
 private:
-    QString file(const QString &name) const { return m_catalogue.sysDir() + '/' + name + ".db"; }
+    QString file(const QString &name) const { return m_catalogue.file(name); }
     DatabaseHandler *regist(int object, const QString &name)
     {
         return DatabaseHandlerFactory::instance()->registSqlDatabase(m_objects + object, name);

@@ -13,12 +13,6 @@ using Database::RowBlockReader;
 using TestSupport::generated;
 using TestSupport::table;
 
-namespace Database {
-class DatabaseObject
-{
-};
-} // namespace Database
-
 namespace {
 
 // Runs of rows at block and table edges, before the first and past the last: (first, count).
