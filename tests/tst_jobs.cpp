@@ -103,7 +103,6 @@ private slots:
     void cancelKeepsWholeTables_data();
     void cancelKeepsWholeTables();
     void cancelWhileBatchIsWritten();
-    void cancelledExportKeepsOldFile();
     void jobsOnOneFileRunInTurn();
     void jobBesideDirectImport();
     void modelSeesWholeTables();
@@ -290,23 +289,6 @@ void tst_Jobs::cancelWhileBatchIsWritten()
     QSqlDatabase::removeDatabase("lock");
     QCOMPARE(tableSizes(database), QStringList{"50000"});
     verifyWholePrefix(database);
-}
-
-// A cancelled export leaves the file that was there, and nothing beside it.
-void tst_Jobs::cancelledExportKeepsOldFile()
-{
-    const QString csv = m_catalogue.filePath("old.csv");
-    QVERIFY(TestSupport::writeFile(csv, "old\n"));
-    QFutureWatcher<JobResult> watcher;
-    connect(&watcher, &QFutureWatcher<JobResult>::progressValueChanged, &watcher,
-            &QFutureWatcher<JobResult>::cancel);
-    QSignalSpy finished(&watcher, &QFutureWatcher<JobResult>::finished);
-    watcher.setFuture(Jobs::exportCsv(m_bigReference, csv));
-    QVERIFY(finished.wait(60000));
-    QVERIFY(Jobs::resultOf(watcher.future()).cancelled);
-    QCOMPARE(TestSupport::readFile(csv), QByteArray("old\n"));
-    QCOMPARE(QDir(m_catalogue.root()).entryList({"old.csv*"}, QDir::Files | QDir::Hidden),
-             QStringList{"old.csv"});
 }
 
 // Jobs on one file run in the order they came, one after another, each whole; a job cancelled
