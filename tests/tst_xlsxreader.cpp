@@ -15,18 +15,6 @@ namespace {
 
 const QString Sheet = sheetPart();
 
-// The reader's data area: cells joined by '|', rows by '\n'.
-QString dump(const Core::XlsxReader &reader)
-{
-    QStringList lines;
-    for (int row = 0; row < reader.rowCount(); ++row) {
-        lines << QString();
-        for (int column = 0; column < reader.columnCount(); ++column)
-            lines.last() += (column > 0 ? "|" : "") + reader.textAt(row, column);
-    }
-    return lines.join('\n');
-}
-
 } // namespace
 
 class tst_XlsxReader : public QObject
@@ -285,7 +273,7 @@ void tst_XlsxReader::files()
     QCOMPARE(reader.errorString().isEmpty(), !expected.isNull());
     Core::XlsxReader checker;
     QCOMPARE(checker.check(file), !expected.isNull());
-    QCOMPARE(dump(reader), expected);
+    QCOMPARE(readerText(reader), expected);
     QCOMPARE(reader.isEmpty(), expected.isEmpty());
 }
 
