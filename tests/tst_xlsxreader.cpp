@@ -207,22 +207,16 @@ void tst_XlsxReader::refusals_data()
 
     QTest::newRow("text") << Parts{{QString(), "a,b\n1,2\n"}}
                           << "The file is not a zip archive, so it is no .xlsx or .xlsm workbook.";
-    QTest::newRow("password") << Parts{{QString(), compoundFile({"\x06" "DataSpaces",
-                                                                  "EncryptionInfo",
-                                                                  "EncryptedPackage"})}}
-                              << "The workbook is protected by a password; save a copy without "
-                                 "the password to import it.";
-    QTest::newRow("legacy") << Parts{{QString(), compoundFile({"\x05SummaryInformation",
-                                                                "Workbook"})}}
-                            << "The file is a legacy binary .xls workbook; save it as .xlsx to "
-                               "import it.";
+    QTest::newRow("password") << Parts{{QString(), compoundFile({"\x06" "DataSpaces", "EncryptionInfo",
+            "EncryptedPackage"})}} << "The workbook is protected by a password; save a copy "
+                                      "without the password to import it.";
+    QTest::newRow("legacy") << Parts{{QString(), compoundFile({"\x05SummaryInformation", "Workbook"})}}
+            << "The file is a legacy binary .xls workbook; save it as .xlsx to import it.";
     QTest::newRow("other compound") << Parts{{QString(), compoundFile({"WordDocument"})}}
             << "The file is an OLE2 compound document, not an .xlsx workbook.";
-    QTest::newRow("OpenDocument")
-            << Parts{{"mimetype", "application/vnd.oasis.opendocument.spreadsheet"},
-                     {"content.xml", "<office:document-content/>"}}
-            << "The file is an OpenDocument file, not an .xlsx workbook; save it as .xlsx to "
-               "import it.";
+    QTest::newRow("OpenDocument") << Parts{{"mimetype", "application/vnd.oasis.opendocument."
+            "spreadsheet"}, {"content.xml", "<office:document-content/>"}} << "The file is an "
+            "OpenDocument file, not an .xlsx workbook; save it as .xlsx to import it.";
     const Parts base = package("<row>{:1}</row>");
     const QByteArray sheet = base.value(Sheet);
     QTest::newRow("zip of other files") << Parts{{"readme.txt", "hello"}}
