@@ -319,8 +319,7 @@ void tst_DatabaseGenerator::databaseLockedByAnotherProcess()
     const bool imported = generator.importOriginalFile(m_source, m_database);
     holder.write("COMMIT;\n.quit\n");
     holder.closeWriteChannel();
-    QVERIFY(holder.waitForFinished(10000));
-    QVERIFY(!imported);
+    QVERIFY(holder.waitForFinished(10000) && !imported);
     QVERIFY2(QRegularExpression("^(Create database fail|Database transaction error!|Open database "
                                 "file failed!|Database commit error)").match(generator.getLog()).hasMatch(),
              qPrintable(generator.getLog()));

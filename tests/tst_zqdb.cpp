@@ -159,9 +159,8 @@ void tst_Zqdb::messages()
 
 void tst_Zqdb::listShowsDefaultFirst()
 {
-    QVERIFY(TestSupport::writeFile(m_catalogue->sysDir() + "/b.db", QByteArray()));
-    QVERIFY(TestSupport::writeFile(m_catalogue->sysDir() + "/a.db", QByteArray()));
-    QVERIFY(TestSupport::writeFile(m_catalogue->userDir() + "/C.db", QByteArray()));
+    for (const QString &file : {"system/b.db", "system/a.db", "user/C.db"})
+        QVERIFY(TestSupport::writeFile(m_catalogue->filePath(file), QByteArray()));
     const QStringList lines = zqdb({"list"}).out.split('\n', Qt::SkipEmptyParts);
     QVERIFY(lines.size() == 3 && lines.at(0).startsWith("* a ") && lines.at(2).startsWith("  b "));
     QVERIFY(zqdb({"list"}, {}, "/dev/full").err.contains("No space left on device"));
