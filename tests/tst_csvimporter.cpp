@@ -34,11 +34,8 @@ private:
         QStringList quoted;
         for (int c = 1; c <= columns; ++c)
             quoted << QStringLiteral("quote(column%1)").arg(c);
-        return TestSupport::sqliteQuery(database,
-                                        "SELECT " + quoted.join(" || '|' || ")
-                                                + QStringLiteral(" FROM table1 WHERE id > %1 ORDER "
-                                                                 "BY id;")
-                                                          .arg(skip));
+        return TestSupport::sqliteQuery(database, QString("SELECT %1 FROM table1 WHERE id > %2 "
+                                        "ORDER BY id;").arg(quoted.join(" || '|' || ")).arg(skip));
     }
     QTemporaryDir m_dir;
 };
@@ -53,42 +50,38 @@ void tst_CsvImporter::import_data()
     QTest::addColumn<QString>("expected"); // rows() of table1
 
     const QByteArray gb = TestSupport::iconvEncode(QString::fromUtf8("西安,陕西\n"), "GB18030");
-    const auto rfc = [](const char *name, const QByteArray &bytes, const char *expected, int columns,
-                        const QString &separator = QStringLiteral(",")) {
-        QTest::newRow(name) << bytes << Format::Rfc4180 << Encoding::Automatic << separator << columns
+    const auto row = [](const char *name, const QByteArray &bytes, const char *expected, int columns,
+                        const QString &separator = ",", Encoding encoding = Encoding::Automatic,
+                        Format format = Format::Rfc4180) {
+        QTest::newRow(name) << bytes << format << encoding << separator << columns
                             << QString::fromUtf8(expected);
     };
-    rfc("empty fields kept, short rows padded", "Li,,123,ok\na\n\n,\n",
+    row("empty fields kept, short rows padded", "Li,,123,ok\na\n\n,\n",
         "'Li'|''|'123'|'ok'\n'a'|''|''|''\n''|''|''|''", 4);
-    rfc("quoted separators, doubled quotes, spaces kept",
+    row("quoted separators, doubled quotes, spaces kept",
         "Zhao,\"Xi an, Shaanxi\",9\n \"a\"\"b\" ,\"\"\n", "'Zhao'|'Xi an, Shaanxi'|'9'\n' \"a\"\"b\" '|''|''", 3);
-    rfc("line breaks in quotes, LF CRLF and CR ends", "\"1\n2\",x\r\n\"3\r\n4\"\ry\r\"z\"",
+    row("line breaks in quotes, LF CRLF and CR ends", "\"1\n2\",x\r\n\"3\r\n4\"\ry\r\"z\"",
         "'1\n2'|'x'\n'3\r\n4'|''\n'y'|''\n'z'|''", 2);
-    rfc("text after a closing quote kept", "\"ab\"cd,e\n", "'abcd'|'e'", 2);
-    rfc("several-character separator", "a::b::::c\n\"x::y\"::z\n", "'a'|'b'|''|'c'\n'x::y'|'z'|''|''", 4,
+    row("text after a closing quote kept", "\"ab\"cd,e\n", "'abcd'|'e'", 2);
+    row("several-character separator", "a::b::::c\n\"x::y\"::z\n", "'a'|'b'|''|'c'\n'x::y'|'z'|''|''", 4,
         QStringLiteral("::"));
-    rfc("no separator: one field a line", "a,b\n\"c\n\"\n", "'a,b'\n'c\n'", 1, QString());
-    rfc("automatic: UTF-8 without a mark", "名,值\n", "'名'|'值'", 2);
-    rfc("automatic: UTF-8 mark dropped", "\xef\xbb\xbf\xe5\x90\x8d,v\n", "'名'|'v'", 2);
-    rfc("automatic: GB18030 when not UTF-8", gb, "'西安'|'陕西'", 2);
-    rfc("automatic: UTF-16 by its mark", QByteArray("\xff\xfe" "a\0,\0\x0d\x54\n\0", 10), "'a'|'名'", 2);
+    row("no separator: one field a line", "a,b\n\"c\n\"\n", "'a,b'\n'c\n'", 1, QString());
+    row("automatic: UTF-8 without a mark", "名,值\n", "'名'|'值'", 2);
+    row("automatic: UTF-8 mark dropped", "\xef\xbb\xbf\xe5\x90\x8d,v\n", "'名'|'v'", 2);
+    row("automatic: GB18030 when not UTF-8", gb, "'西安'|'陕西'", 2);
+    row("automatic: UTF-16 by its mark", QByteArray("\xff\xfe" "a\0,\0\x0d\x54\n\0", 10), "'a'|'名'", 2);
 
-    rfc("automatic: an overlong form is not UTF-8", "\xe0\x80\xaf\n", "'鄝\xef\xbf\xbd'", 1);
-    QTest::newRow("UTF-8 chosen: a cut sequence at the end replaced")
-            << QByteArray("a,\xe5\x90") << Format::Rfc4180 << Encoding::Utf8 << "," << 2
-            << QString::fromUtf8("'a'|'\xef\xbf\xbd\xef\xbf\xbd'");
-    QTest::newRow("UTF-8 chosen: malformed bytes replaced")
-            << QByteArray("a\xff,b\n") << Format::Rfc4180 << Encoding::Utf8 << "," << 2
-            << QString::fromUtf8("'a\xef\xbf\xbd'|'b'");
-    QTest::newRow("GB18030 chosen over valid UTF-8") << QByteArray("\xc3\xa9\n") << Format::Rfc4180
-            << Encoding::Gb18030 << "," << 1 << QString::fromUtf8("'茅'");
-    QTest::newRow("per-line: GB2312, UTF-8 after a mark")
-            << TestSupport::iconvEncode(QString::fromUtf8("啊,b\n"), "GB2312") + "\xef\xbb\xbf\xe5\x90\x8d,\"q\"\n"
-            << Format::Rfc4180 << Encoding::PerLine << "," << 2 << QString::fromUtf8("'啊'|'b'\n'名'|'q'");
-    QTest::newRow("line rule: trimmed, empty fields dropped, quotes kept")
-            << QByteArray(" Li,,123,ok \nZhao,\"Xi an, Shaanxi\"\n\n,,\n") << Format::LineRule
-            << Encoding::Automatic << "," << 3
-            << QString::fromUtf8("'Li'|'123'|'ok'\n'Zhao'|'\"Xi an'|' Shaanxi\"'");
+    row("automatic: an overlong form is not UTF-8", "\xe0\x80\xaf\n", "'鄝\xef\xbf\xbd'", 1);
+    row("UTF-8 chosen: a cut sequence at the end replaced", "a,\xe5\x90",
+        "'a'|'\xef\xbf\xbd\xef\xbf\xbd'", 2, ",", Encoding::Utf8);
+    row("UTF-8 chosen: malformed bytes replaced", "a\xff,b\n", "'a\xef\xbf\xbd'|'b'", 2, ",",
+        Encoding::Utf8);
+    row("GB18030 chosen over valid UTF-8", "\xc3\xa9\n", "'茅'", 1, ",", Encoding::Gb18030);
+    row("per-line: GB2312, UTF-8 after a mark", TestSupport::iconvEncode(QString::fromUtf8("啊,b\n"),
+        "GB2312") + "\xef\xbb\xbf\xe5\x90\x8d,\"q\"\n", "'啊'|'b'\n'名'|'q'", 2, ",", Encoding::PerLine);
+    row("line rule: trimmed, empty fields dropped, quotes kept", " Li,,123,ok \nZhao,\"Xi an, "
+        "Shaanxi\"\n\n,,\n", "'Li'|'123'|'ok'\n'Zhao'|'\"Xi an'|' Shaanxi\"'", 3, ",",
+        Encoding::Automatic, Format::LineRule);
 }
 
 void tst_CsvImporter::import()

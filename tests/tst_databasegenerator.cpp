@@ -37,23 +37,17 @@ static int openOrVanish(const char *name, const char *path, int flags, va_list a
     return next(path, flags, mode);
 }
 
-extern "C" __attribute__((visibility("default"))) int open(const char *path, int flags, ...)
-{
-    va_list args;
-    va_start(args, flags);
-    const int fd = openOrVanish<int (*)(const char *, int, mode_t)>("open", path, flags, args);
-    va_end(args);
-    return fd;
-}
-
-extern "C" __attribute__((visibility("default"))) int open64(const char *path, int flags, ...)
-{
-    va_list args;
-    va_start(args, flags);
-    const int fd = openOrVanish<int (*)(const char *, int, mode_t)>("open64", path, flags, args);
-    va_end(args);
-    return fd;
-}
+#define ZQ_OPEN(name)                                                                              \
+    extern "C" __attribute__((visibility("default"))) int name(const char *path, int flags, ...)   \
+    {                                                                                              \
+        va_list args;                                                                              \
+        va_start(args, flags);                                                                     \
+        const int fd = openOrVanish<int (*)(const char *, int, mode_t)>(#name, path, flags, args); \
+        va_end(args);                                                                              \
+        return fd;                                                                                 \
+    }
+ZQ_OPEN(open)
+ZQ_OPEN(open64)
 
 // A line as a text stream with the line's codec reads it: GB2312 unless a byte-order mark says
 // otherwise.
@@ -325,12 +319,9 @@ void tst_DatabaseGenerator::databaseLockedByAnotherProcess()
     const bool imported = generator.importOriginalFile(m_source, m_database);
     holder.write("COMMIT;\n.quit\n");
     holder.closeWriteChannel();
-    QVERIFY(holder.waitForFinished(10000));
-    QVERIFY(!imported);
+    QVERIFY(holder.waitForFinished(10000) && !imported);
     QVERIFY2(QRegularExpression("^(Create database fail|Database transaction error!|Open database "
-                                "file failed!|Database commit error)")
-                     .match(generator.getLog())
-                     .hasMatch(),
+                                "file failed!|Database commit error)").match(generator.getLog()).hasMatch(),
              qPrintable(generator.getLog()));
     QCOMPARE(query("SELECT group_concat(column1) FROM table1;"), QString("theirs"));
 }

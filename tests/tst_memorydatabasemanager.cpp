@@ -25,9 +25,8 @@ private slots:
     // row, yet every line counts; the reader then sees the rows really stored.
     void skippedLinesStillCounted()
     {
-        QVERIFY(m->generateDatabase(
-                QStringLiteral("TestTable"),
-                QStringList{"@;!a@;!b@;!c@;!", "x@;!@;!y", "O'Brien@;!x@;!y", "d@;!e@;!f"}));
+        QVERIFY(m->generateDatabase(QStringLiteral("TestTable"), QStringList{"@;!a@;!b@;!c@;!",
+                "x@;!@;!y", "O'Brien@;!x@;!y", "d@;!e@;!f"}));
         QCOMPARE(m->getTableRowsCount(), 4);
         QCOMPARE(firstColumn("SELECT column1 || column2 || column3 FROM TestTable"),
                  (QStringList{"abc", "def"}));
@@ -122,10 +121,9 @@ private slots:
         QFETCH(int, column);
         QVERIFY(m->generateDatabase(QStringLiteral("Other"), QStringList{"a@;!b", "c@;!d"}));
         QSqlQuery query(m->memoryDatabase());
-        QVERIFY_SQL(query,
-                    exec("CREATE TABLE TestTable AS SELECT 'r0c0' column0, 'r0c1' column1,"
-                         " 'r0c2' column2, 'r0c3' column3 UNION ALL VALUES ('r1c0', 'r1c1',"
-                         " 'r1c2', 'r1c3'), ('r2c0', 'r2c1', 'r2c2', 'r2c3')"));
+        QVERIFY_SQL(query, exec("CREATE TABLE TestTable AS SELECT 'r0c0' column0, 'r0c1' column1, "
+                "'r0c2' column2, 'r0c3' column3 UNION ALL VALUES ('r1c0', 'r1c1', 'r1c2', 'r1c3'), "
+                "('r2c0', 'r2c1', 'r2c2', 'r2c3')"));
         m->doNext();
         QTEST(row < 0 ? m->recordValue(column) : m->recordValue(row, column), "value");
     }

@@ -41,7 +41,8 @@ void tst_ProgressScope::exportReportsAndCancels_data()
 }
 
 // Reports start at 0, never go back, come at least every 50,000 rows and end at the row
-// count; a cancel keeps nothing of the export. Complete, it writes what it writes unobserved.
+// count; a cancel keeps the file that was there, or none, and nothing beside it. Complete, it
+// writes what it writes unobserved.
 void tst_ProgressScope::exportReportsAndCancels()
 {
     QFETCH(qint64, cancelAt);
@@ -67,6 +68,8 @@ void tst_ProgressScope::exportReportsAndCancels()
         QVERIFY(reports.last() >= cancelAt && reports.value(reports.size() - 2, -1) < cancelAt);
     QCOMPARE(QFile::exists(csv) ? TestSupport::readFile(csv) : QByteArray(),
              exported ? TestSupport::readFile(m_dir.filePath("unobserved.csv")) : before);
+    QCOMPARE(QDir(m_dir.path()).entryList({QFileInfo(csv).fileName() + "?*"}, QDir::Files | QDir::Hidden),
+             QStringList()); // nothing beside it
 }
 
 QTEST_MAIN(tst_ProgressScope)

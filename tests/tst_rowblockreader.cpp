@@ -13,17 +13,11 @@ using Database::RowBlockReader;
 using TestSupport::generated;
 using TestSupport::table;
 
-namespace Database {
-class DatabaseObject
-{
-};
-} // namespace Database
-
 namespace {
 
 // Runs of rows at block and table edges, before the first and past the last: (first, count).
-const QList<QPair<int, int>> Runs = {{100006, 4}, {49990, 20}, {-3, 5},     {0, 3},
-                                     {255, 2},    {50298, 4},  {150000, 3}, {50010, 1}};
+const QList<QPair<int, int>> Runs = {{100006, 4}, {49990, 20}, {-3, 5}, {0, 3}, {255, 2},
+                                     {50298, 4}, {150000, 3}, {50010, 1}};
 
 } // namespace
 
@@ -42,9 +36,8 @@ private:
     Database::DatabaseHandler *open(const QString &sql)
     {
         const QString name = m_catalogue.add(sql);
-        return name.isEmpty()
-                ? nullptr
-                : DatabaseHandlerFactory::instance()->registSqlDatabase(&m_reader, name);
+        return name.isEmpty() ? nullptr
+                              : DatabaseHandlerFactory::instance()->registSqlDatabase(&m_reader, name);
     }
 
     TestSupport::TempCatalogue m_catalogue;
@@ -56,25 +49,21 @@ void tst_RowBlockReader::matchesRecordValue_data()
     QTest::addColumn<QString>("sql");
     QTest::addColumn<int>("validCells"); // of the runs above, over every field
 
-    QTest::newRow("importer layout")
-            << generated(1, 50000) + generated(2, 50000) + generated(3, 7) << 66;
+    QTest::newRow("importer layout") << generated(1, 50000) + generated(2, 50000) + generated(3, 7) << 66;
     // table2 lacks column2 and ends early: its rows past 10 are past its end.
     QTest::newRow("odd middle table")
             << generated(1, 50000) + table(2, 10, "id INTEGER PRIMARY KEY, column1 TEXT", "NULL, i")
                     + generated(3, 50000)
             << 52;
     QTest::newRow("no id, ID column kept") << table(1, 50000, "ID INTEGER, b TEXT", "i, 'b' || i")
-                    + table(2, 300, "ID INTEGER, b TEXT", "-i, 'z' || i")
-                                           << 60;
+            + table(2, 300, "ID INTEGER, b TEXT", "-i, 'z' || i") << 60;
     // An index orders a one-column select differently from the table.
     QTest::newRow("indexed column")
             << generated(1, 50000) + "CREATE INDEX i2 ON table1 (column2);" + generated(2, 3) << 40;
     // Blobs, big integers and malformed UTF-8, which SQLite decodes for the driver.
-    QTest::newRow("stored types") << table(
-            1, 50000, "id INTEGER PRIMARY KEY, a, b",
-            "NULL, CASE i % 3 WHEN 0 THEN x'00ff41' WHEN 1 THEN 9007199254740993 * i "
-            "ELSE CAST(x'41c0af42e29c' AS TEXT) END, 1e300 / (i + 1)")
-                                  << 34;
+    QTest::newRow("stored types") << table(1, 50000, "id INTEGER PRIMARY KEY, a, b", "NULL, CASE i % 3 "
+            "WHEN 0 THEN x'00ff41' WHEN 1 THEN 9007199254740993 * i ELSE CAST(x'41c0af42e29c' AS "
+            "TEXT) END, 1e300 / (i + 1)") << 34;
 }
 
 // Every cell of the runs, as values and as text, and of asked-for columns in any order (one
@@ -114,10 +103,9 @@ void tst_RowBlockReader::matchesRecordValue()
                 const int row = run.first + i / columns.size();
                 const QVariant expected
                         = handler->recordValue(row, columns.at(i % columns.size()), 50000);
-                QVERIFY2(value.userType() == expected.userType()
-                                 && value.isNull() == expected.isNull() && value == expected
-                                 && texts.at(i) == expected.toString().toUtf8(),
-                         qPrintable(QStringLiteral("row %1 cell %2").arg(row).arg(i)));
+                QVERIFY2(value.userType() == expected.userType() && value.isNull() == expected.isNull()
+                         && value == expected && texts.at(i) == expected.toString().toUtf8(),
+                         qPrintable(QString("row %1 cell %2").arg(row).arg(i)));
                 valid += expected.isValid() && columns == all;
             }
         }

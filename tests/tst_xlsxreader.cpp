@@ -15,18 +15,6 @@ namespace {
 
 const QString Sheet = sheetPart();
 
-// The reader's data area: cells joined by '|', rows by '\n'.
-QString dump(const Core::XlsxReader &reader)
-{
-    QStringList lines;
-    for (int row = 0; row < reader.rowCount(); ++row) {
-        lines << QString();
-        for (int column = 0; column < reader.columnCount(); ++column)
-            lines.last() += (column > 0 ? "|" : "") + reader.textAt(row, column);
-    }
-    return lines.join('\n');
-}
-
 } // namespace
 
 class tst_XlsxReader : public QObject
@@ -147,8 +135,6 @@ void tst_XlsxReader::files_data()
     QTest::newRow("usual workbook place") << with(base, "_rels/.rels", QByteArray()) << "1";
 
     const QString refused;
-    QTest::newRow("text file") << Parts{{QString(), "a,b\n1,2\n"}} << refused;
-    QTest::newRow("zip of other files") << Parts{{"readme.txt", "hello"}} << refused;
     for (const QString bomb : {"bomb-sharedstrings.xlsx", "bomb-sheet.xlsx"})
         QTest::newRow(qPrintable(bomb))
                 << Parts{{"", TestSupport::readFile(ZQ_TEST_DATA_DIR "/" + bomb)}} << refused;
@@ -165,10 +151,6 @@ void tst_XlsxReader::files_data()
         QTest::addRow("without %s", qPrintable(part))
                 << with(base, part, part.startsWith('_') ? "" : QByteArray()) << outcome;
     }
-    QTest::newRow("no worksheet") << with(base, "xl/workbook.xml", QByteArray(base.value(
-            "xl/workbook.xml")).replace("<sheet ", "<chartsheet ")) << refused;
-    QTest::newRow("no sheet data") << with(base, Sheet, QByteArray(sheet).replace("sheetData", "x"))
-                                   << refused;
     for (const char *bad : {"\xff", "&#1;", "\x01", "&#xFFFE;", "&nbsp;", "</c>", "<!--", "<y:t/>",
                             "<t a='1' a='2'/>"})
         QTest::addRow("bad %s", bad)
@@ -225,22 +207,16 @@ void tst_XlsxReader::refusals_data()
 
     QTest::newRow("text") << Parts{{QString(), "a,b\n1,2\n"}}
                           << "The file is not a zip archive, so it is no .xlsx or .xlsm workbook.";
-    QTest::newRow("password") << Parts{{QString(), compoundFile({"\x06" "DataSpaces",
-                                                                  "EncryptionInfo",
-                                                                  "EncryptedPackage"})}}
-                              << "The workbook is protected by a password; save a copy without "
-                                 "the password to import it.";
-    QTest::newRow("legacy") << Parts{{QString(), compoundFile({"\x05SummaryInformation",
-                                                                "Workbook"})}}
-                            << "The file is a legacy binary .xls workbook; save it as .xlsx to "
-                               "import it.";
+    QTest::newRow("password") << Parts{{QString(), compoundFile({"\x06" "DataSpaces", "EncryptionInfo",
+            "EncryptedPackage"})}} << "The workbook is protected by a password; save a copy "
+                                      "without the password to import it.";
+    QTest::newRow("legacy") << Parts{{QString(), compoundFile({"\x05SummaryInformation", "Workbook"})}}
+            << "The file is a legacy binary .xls workbook; save it as .xlsx to import it.";
     QTest::newRow("other compound") << Parts{{QString(), compoundFile({"WordDocument"})}}
             << "The file is an OLE2 compound document, not an .xlsx workbook.";
-    QTest::newRow("OpenDocument")
-            << Parts{{"mimetype", "application/vnd.oasis.opendocument.spreadsheet"},
-                     {"content.xml", "<office:document-content/>"}}
-            << "The file is an OpenDocument file, not an .xlsx workbook; save it as .xlsx to "
-               "import it.";
+    QTest::newRow("OpenDocument") << Parts{{"mimetype", "application/vnd.oasis.opendocument."
+            "spreadsheet"}, {"content.xml", "<office:document-content/>"}} << "The file is an "
+            "OpenDocument file, not an .xlsx workbook; save it as .xlsx to import it.";
     const Parts base = package("<row>{:1}</row>");
     const QByteArray sheet = base.value(Sheet);
     QTest::newRow("zip of other files") << Parts{{"readme.txt", "hello"}}
@@ -291,7 +267,7 @@ void tst_XlsxReader::files()
     QCOMPARE(reader.errorString().isEmpty(), !expected.isNull());
     Core::XlsxReader checker;
     QCOMPARE(checker.check(file), !expected.isNull());
-    QCOMPARE(dump(reader), expected);
+    QCOMPARE(readerText(reader), expected);
     QCOMPARE(reader.isEmpty(), expected.isEmpty());
 }
 

