@@ -15,6 +15,8 @@ private slots:
     void looksLikeUtf8();
     void headAndRows();
     void stagesUtf8AndStandardInput();
+    void lineRuleChanges_data();
+    void lineRuleChanges();
 
 private:
     QString write(const QByteArray &bytes)
@@ -66,13 +68,18 @@ void tst_TextFileSurvey::headAndRows()
 // whole into a file.
 void tst_TextFileSurvey::stagesUtf8AndStandardInput()
 {
-    const QByteArray text("\xEF\xBB\xBF\xe5\x90\x8d,b\n\nx,\xc3\xa9\n");
+    const QByteArray text("\xEF\xBB\xBF\xe5\x90\x8d,b\n\r\nx,\xc3\xa9\n");
     const QString staged = m_dir.filePath("staged");
     QString error;
     QVERIFY(TextFileSurvey::writeUtf8Copy(write(text), staged, &error));
     QCOMPARE(TestSupport::readFile(staged),
-             QByteArray("\xEF\xBB\xBF\xe5\x90\x8d,b\n\n"
+             QByteArray("\xEF\xBB\xBF\xe5\x90\x8d,b\n\r\n"
                         "\xEF\xBB\xBFx,\xc3\xa9\n"));
+    QVERIFY(!TextFileSurvey::writeUtf8Copy(write(text), "/dev/full", &error) && !error.isEmpty());
+    const QString bigStaged = m_dir.filePath("big-staged"); // written in blocks of 1 MiB
+    QVERIFY(TextFileSurvey::writeUtf8Copy(write(QByteArray("x\n").repeated(600000)), bigStaged, &error));
+    QCOMPARE(TestSupport::readFile(bigStaged), QByteArray("\xEF\xBB\xBFx\n").repeated(600000));
+    error.clear();
     const QStringList lines{QString::fromUtf8("\xe5\x90\x8d,b"), "",
                             QString::fromUtf8("x,\xc3\xa9")};
     QCOMPARE(TextFileSurvey::readLines(staged, false, &error), lines);
@@ -87,6 +94,34 @@ void tst_TextFileSurvey::stagesUtf8AndStandardInput()
     QVERIFY(source.open(QIODevice::ReadOnly) && target.open(QIODevice::WriteOnly));
     QVERIFY(TextFileSurvey::copy(source, target, &error));
     QCOMPARE(TestSupport::readFile(target.fileName()), big);
+}
+
+// Lines across the 1 MiB read blocks, and a separator beyond ASCII in UTF-8 and ASCII lines.
+void tst_TextFileSurvey::lineRuleChanges_data()
+{
+    QTest::addColumn<QByteArray>("bytes");
+    QTest::addColumn<QString>("separator");
+    QTest::addColumn<int>("encoding");
+    QTest::addColumn<int>("firstLine"); // 0: no change found
+    const QByteArray filler = QByteArray(1023, 'f') + '\n';
+    QTest::newRow("empty field across the blocks")
+            << filler.repeated(1023) + QByteArray(1020, 'g') + "\na,,b\n" << "," << 0 << 1025;
+    const QString wide = QString::fromUtf8("\xef\xbc\x8c"); // a full-width comma
+    QTest::newRow("UTF-8 separator") << QByteArray("a\xef\xbc\x8c\xef\xbc\x8c\xc3\xa9\n") << wide
+                                     << int(Database::CsvImporter::Encoding::Utf8) << 1;
+    QTest::newRow("ASCII line under it") << QByteArray("a??b\n") << wide
+                                         << int(Database::CsvImporter::Encoding::Utf8) << 0;
+}
+
+void tst_TextFileSurvey::lineRuleChanges()
+{
+    QFETCH(QByteArray, bytes);
+    QFETCH(QString, separator);
+    QFETCH(int, encoding);
+    const TextFileSurvey::LineRuleChanges changes = TextFileSurvey::lineRuleChanges(
+            write(bytes), separator, Database::CsvImporter::Encoding(encoding));
+    QTEST(int(changes.firstLine), "firstLine");
+    QCOMPARE(changes.droppedEmpty, changes.firstLine ? 1 : 0);
 }
 
 QTEST_MAIN(tst_TextFileSurvey)
