@@ -1,22 +1,19 @@
-#include "commands.h"
-#include "databasefile.h"
-#include "progressbar.h"
-#include "rowprinter.h"
-#include "translate.h"
+#include "zqdb.h"
 
 #include <core/settings.h>
+#include <database/cataloguesession.h>
 #include <database/databaseexport.h>
 #include <database/databasehandler.h>
-#include <database/databasehandlerfactory.h>
 #include <database/databasemanager.h>
 #include <database/memorydatabasemanager.h>
 #include <database/progressscope.h>
 #include <database/rowblockreader.h>
+#include <database/rowtextwriter.h>
 #include <database/textfilesurvey.h>
+#include <database/writecheck.h>
 
 #include <QFile>
 #include <QFileInfo>
-#include <QSqlDatabase>
 #include <QTemporaryFile>
 #include <QTextStream>
 
@@ -24,71 +21,13 @@
 #include <climits>
 #include <cstring>
 
-// zqdb is a host application: it gives the library's reader identity a body.
-namespace Database {
-class DatabaseObject
-{
-};
-} // namespace Database
-
 namespace Zqdb {
+
+using Database::RowTextWriter;
 
 namespace {
 
-// Starts the catalogue and the handler factory for the lifetime of one command.
-class Session
-{
-public:
-    Session()
-    {
-        Database::DatabaseManager::init();
-        Database::DatabaseHandlerFactory::init();
-    }
-    ~Session()
-    {
-        if (m_handler)
-            Database::DatabaseHandlerFactory::instance()->unregistSqlDatabase(&m_reader);
-        Database::DatabaseHandlerFactory::destruct();
-        Database::DatabaseManager::destruct();
-    }
-
-    Database::DatabaseManager *catalogue() const { return Database::DatabaseManager::instance(); }
-
-    // A catalogued name, or a database file given by path, which then joins the catalogue.
-    QString resolve(const QString &nameOrPath) const
-    {
-        Database::DatabaseManager *manager = catalogue();
-        if (manager->exists(nameOrPath))
-            return nameOrPath;
-        const QFileInfo file(nameOrPath);
-        if (!file.isFile())
-            return QString();
-        const QString name = file.baseName();
-        if (manager->path(name) != file.absoluteFilePath()) {
-            manager->removeDatabase(name);
-            manager->addDatabaseFile(file.absoluteFilePath());
-        }
-        return name;
-    }
-
-    Database::DatabaseHandler *open(const QString &name)
-    {
-        m_handler
-                = Database::DatabaseHandlerFactory::instance()->registSqlDatabase(&m_reader, name);
-        return m_handler;
-    }
-
-private:
-    Database::DatabaseObject m_reader;
-    Database::DatabaseHandler *m_handler = nullptr;
-};
-
-QStringList userTables(Database::DatabaseHandler *handler)
-{
-    QStringList tables = handler->getTables();
-    tables.removeAll(QStringLiteral("sqlite_sequence"));
-    return tables;
-}
+using Session = Database::CatalogueSession;
 
 // The database file a catalogued name or, without a session, a path stands for; empty once err
 // says why not.
@@ -107,7 +46,7 @@ QString checkedPath(Session *session, const char *command, const QString &databa
              tr("no database named '%1' in the catalogue, and no such file. Run 'zqdb list' to "
                 "see the catalogue.")
                      .arg(database));
-    else if (!DatabaseFile::looksLikeSqlite(path))
+    else if (!Database::DatabaseFileSurvey::looksLikeSqlite(path))
         fail(err, command, tr("'%1' is not an SQLite database.").arg(shown(path)));
     else
         return path;
@@ -115,7 +54,6 @@ QString checkedPath(Session *session, const char *command, const QString &databa
 }
 
 // Resolves a name or path to an open handler, or says why not. Returns the catalogue name.
-// fieldTypes opens the application's default connection, which the handler takes them from.
 QString openDatabase(Session &session, const char *command, const QString &database,
                      Database::DatabaseHandler **handler, QTextStream &err, bool fieldTypes = false)
 {
@@ -123,12 +61,7 @@ QString openDatabase(Session &session, const char *command, const QString &datab
     const QString path = checkedPath(&session, command, database, err, &name);
     if (path.isEmpty())
         return QString();
-    if (fieldTypes) {
-        QSqlDatabase defaultConnection = QSqlDatabase::addDatabase(QStringLiteral("QSQLITE"));
-        defaultConnection.setDatabaseName(path);
-        defaultConnection.open();
-    }
-    *handler = session.open(name);
+    *handler = session.open(name, fieldTypes);
     if (*handler && (*handler)->isDatabaseOpen())
         return name;
     fail(err, command, tr("cannot open '%1' as an SQLite database.").arg(shown(path)));
@@ -153,7 +86,7 @@ bool flushData(const char *command, QTextStream &out, QTextStream &err)
 }
 
 // Writes what the printer holds back, then standard output's buffer; false once err says why not.
-bool finishPrinting(RowPrinter &printer, const char *command, QTextStream &out, QTextStream &err)
+bool finishPrinting(RowTextWriter &printer, const char *command, QTextStream &out, QTextStream &err)
 {
     if (printer.finish())
         return flushData(command, out, err);
@@ -189,11 +122,11 @@ int listDatabases(QTextStream &out, QTextStream &err)
     }
     int width = 0;
     for (const QString &name : names)
-        width = qMax(width, RowPrinter::displayWidth(name));
+        width = qMax(width, RowTextWriter::displayWidth(name));
     for (const QString &name : names) {
         const char marker = name == manager->getDefaultDbName() ? '*' : ' ';
         out << marker << ' ' << name
-            << QString(width - RowPrinter::displayWidth(name), QLatin1Char(' ')) << "  "
+            << QString(width - RowTextWriter::displayWidth(name), QLatin1Char(' ')) << "  "
             << shown(manager->path(name)) << '\n';
     }
     return flushData("list", out, err) ? Success : Failure;
@@ -207,7 +140,8 @@ int showInfo(const QString &database, QTextStream &out, QTextStream &err)
     if (name.isEmpty())
         return Failure;
     const QString path = session.catalogue()->path(name);
-    const QStringList tables = userTables(handler);
+    QStringList tables = handler->getTables();
+    tables.removeAll(QStringLiteral("sqlite_sequence"));
     out << tr("Database:") << ' ' << name << '\n';
     out << tr("File:") << "     " << shown(path) << '\n';
     out << tr("Tables:") << "   "
@@ -216,12 +150,12 @@ int showInfo(const QString &database, QTextStream &out, QTextStream &err)
     const QStringList fields = handler->getFieldNames();
     const auto types = handler->getFieldTypes();
     if (!fields.isEmpty()) {
-        QStringList declared = DatabaseFile::declaredTypes(path, handler->tableName());
+        QStringList declared = Database::DatabaseFileSurvey::declaredTypes(path, handler->tableName());
         if (declared.size() == fields.size() + 1) // the hidden "id" column
             declared.removeFirst();
         out << tr("Fields of %1:").arg(handler->tableName()) << '\n';
         out.flush();
-        RowPrinter printer(out.device(), RowPrinter::Aligned,
+        RowTextWriter printer(out.device(), RowTextWriter::Aligned,
                            {tr("#"), tr("field"), tr("SQL type"), tr("Qt type")});
         for (int i = 0; i < fields.size(); ++i) {
             const int type = int(types.value(i)); // QVariant::Invalid (0) when unknown
@@ -264,7 +198,7 @@ int catRows(const QString &database, const CatOptions &options, QTextStream &out
     const QString databasePath = session.catalogue()->path(name);
     const bool toFile = options.output != QLatin1String("-");
     const QString problem
-            = toFile ? DatabaseFile::cannotWrite(options.output, false, databasePath) : QString();
+            = toFile ? cannotWrite(options.output, false, databasePath) : QString();
     if (!problem.isEmpty())
         return fail(err, "cat", problem);
 
@@ -289,8 +223,8 @@ int catRows(const QString &database, const CatOptions &options, QTextStream &out
         return fail(err, "cat",
                     tr("cannot write '%1': %2.").arg(shown(options.output), file.errorString()));
     out.flush();
-    RowPrinter printer(toFile ? &file : out.device(),
-                       options.csv ? RowPrinter::Csv : RowPrinter::Aligned, header);
+    RowTextWriter printer(toFile ? &file : out.device(),
+                       options.csv ? RowTextWriter::Csv : RowTextWriter::Aligned, header);
     QStringList line;
     using Cell = Database::RowBlockReader::TextCell;
     reader.readText(options.from, end, selected, [&](qint64 row, const Cell *cells) {
@@ -337,9 +271,9 @@ int exportCsv(const QString &database, const QString &csvFile, QTextStream &out,
     }
     if (path.isEmpty())
         return Failure;
-    int tableCount = 0;
-    qint64 rows = 0;
-    const QString table = DatabaseFile::exportedTable(path, &tableCount, &rows);
+    const auto exported = Database::DatabaseFileSurvey::exportedTable(path);
+    const QString &table = exported.name;
+    const qint64 rows = exported.rows;
     if (table.isEmpty())
         return fail(err, "export", tr("'%1' holds no table to export.").arg(shown(path)));
     // Standard output gets the file once it is complete.
@@ -356,7 +290,7 @@ int exportCsv(const QString &database, const QString &csvFile, QTextStream &out,
         ProgressBar::removeOnInterrupt(target);
     }
     const QString problem
-            = toStandardOutput ? QString() : DatabaseFile::cannotWrite(csvFile, false, path);
+            = toStandardOutput ? QString() : cannotWrite(csvFile, false, path);
     if (!problem.isEmpty())
         return fail(err, "export", problem);
     err.flush();
@@ -372,7 +306,7 @@ int exportCsv(const QString &database, const QString &csvFile, QTextStream &out,
     const QString where
             = toStandardOutput ? tr("standard output") : QStringLiteral("'%1'").arg(shown(csvFile));
     // Looked at, not opened: opening could create the file the export did not write.
-    const QString written = ok ? QString() : DatabaseFile::writeProblem(target, false);
+    const QString written = ok ? QString() : Database::WriteCheck::problem(target, false);
     if (!ok)
         return fail(
                 err, "export",
@@ -394,17 +328,17 @@ int exportCsv(const QString &database, const QString &csvFile, QTextStream &out,
     if (!flushData("export", out, err))
         return Failure;
     // A table that cannot be counted (a damaged database) has no row count to report.
-    const QString exported = rows < 0 ? tr("an unknown number of rows")
+    const QString count = rows < 0 ? tr("an unknown number of rows")
                                       : tr("%n row(s)", nullptr, int(qMin<qint64>(rows, INT_MAX)));
-    if (tableCount > 1)
+    if (exported.tableCount > 1)
         err << tr("Exported %1 of %2, the first of %3 tables (export writes only the first), "
                   "to %4 (GBK).")
-                        .arg(exported, table)
-                        .arg(tableCount)
+                        .arg(count, table)
+                        .arg(exported.tableCount)
                         .arg(where)
             << '\n';
     else
-        err << tr("Exported %1 of %2 to %3 (GBK).").arg(exported, table, where) << '\n';
+        err << tr("Exported %1 of %2 to %3 (GBK).").arg(count, table, where) << '\n';
     if (rows < 0)
         fail(err, "export",
              tr("warning: the rows of %1 could not be counted; check %2.").arg(table, where));
@@ -448,7 +382,7 @@ int walkMemoryTable(const QString &linesFile, bool utf8, bool encodingSet, QText
         for (int c = 1; c <= columns; ++c)
             header << QStringLiteral("column%1").arg(c);
         out.flush();
-        RowPrinter printer(out.device(), RowPrinter::Aligned, header);
+        RowTextWriter printer(out.device(), RowTextWriter::Aligned, header);
         // Read, step, test: visits every row once and stops after the last.
         memory->doReset();
         int row = 0;
@@ -466,6 +400,46 @@ int walkMemoryTable(const QString &linesFile, bool utf8, bool encodingSet, QText
     }
     Database::MemoryDatabaseManager::destruct();
     return result;
+}
+
+QStringList describeTables(const QList<Table> &tables)
+{
+    // Runs of three or more tables with the same row count take one line.
+    QStringList lines;
+    qint64 total = 0;
+    for (int i = 0; i < tables.size();) {
+        int last = i;
+        while (last + 1 < tables.size() && tables.at(last + 1).rows == tables.at(i).rows)
+            ++last;
+        if (last - i < 2)
+            last = i;
+        const qint64 rows = tables.at(i).rows;
+        const QString count = rows < 0 ? tr("unreadable") : tr("%n row(s)", nullptr, int(rows));
+        if (last == i)
+            lines << QStringLiteral("%1  %2").arg(tables.at(i).name, count);
+        else
+            lines << tr("%1 to %2  %3 each").arg(tables.at(i).name, tables.at(last).name, count);
+        total += qMax<qint64>(rows, 0) * (last - i + 1);
+        i = last + 1;
+    }
+    if (tables.size() > 1)
+        lines << tr("%1 rows in %2 tables").arg(total).arg(tables.size());
+    return lines;
+}
+
+QString nameList(const QStringList &names)
+{
+    if (names.size() <= 6)
+        return names.join(QLatin1String(", "));
+    return names.mid(0, 3).join(QLatin1String(", ")) + QLatin1String(", ..., ") + names.last();
+}
+
+QString cannotWrite(const QString &path, bool inDirectory, const QString &database)
+{
+    const QString problem = Database::WriteCheck::sameFile(path, database)
+            ? tr("it is the database being read")
+            : Database::WriteCheck::problem(path, inDirectory);
+    return problem.isEmpty() ? problem : tr("cannot write '%1': %2.").arg(shown(path), problem);
 }
 
 } // namespace Zqdb

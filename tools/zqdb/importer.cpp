@@ -1,15 +1,10 @@
-#include "importer.h"
-#include "commands.h"
-#include "databasefile.h"
-#include "progressbar.h"
-#include "translate.h"
+#include "zqdb.h"
 
 #include <core/xlsxreader.h>
-#include <database/csvimporter.h>
 #include <database/databasegenerator.h>
 #include <database/progressscope.h>
 #include <database/replacingimport.h>
-#include <database/rowblockreader.h>
+#include <database/inplaceimport.h>
 #include <database/textfilesurvey.h>
 #include <database/xlsxtodbgenerator.h>
 
@@ -28,14 +23,13 @@ namespace Zqdb {
 
 namespace {
 
-const QByteArray ZipMagic("PK\x03\x04", 4);
 using Encoding = Database::CsvImporter::Encoding;
 using Database::TextFileSurvey;
 
 // The lines under a "'...' now holds:" heading, one per table.
-void listTables(QTextStream &err, const QList<DatabaseFile::Table> &tables, const char *indent)
+void listTables(QTextStream &err, const QList<Table> &tables, const char *indent)
 {
-    for (const QString &line : DatabaseFile::describe(tables))
+    for (const QString &line : describeTables(tables))
         err << indent << line << '\n';
 }
 
@@ -59,11 +53,11 @@ int Importer::fail(const QString &message)
 int Importer::run(const QString &source, const QString &target)
 {
     ProgressBar::installInterruptHandler(); // before any temporary file is made
-    QTemporaryFile stdinCopy(QDir::tempPath() + QLatin1String("/zqdb-stdin-XXXXXX"));
-    QString sourcePath;
-    bool spreadsheet = false;
-    if (!openSource(source, stdinCopy, &sourcePath, &spreadsheet))
+    Database::ImportSource input(source == QLatin1String("-") ? QString() : source);
+    if (!openSource(source, input))
         return Failure;
+    const QString sourcePath = input.path();
+    const bool spreadsheet = input.isSpreadsheet();
     // The source as messages name it: a quoted path, or standard input.
     const QString sourceName = source == QLatin1String("-")
             ? tr("standard input")
@@ -153,7 +147,7 @@ int Importer::run(const QString &source, const QString &target)
                                 : tr("cancelled; no file '%1' was created.").arg(shown(target)));
         fail(tr("cancelled; the batch being written was rolled back. '%1' now holds:")
                      .arg(shown(target)));
-        listTables(m_err, DatabaseFile::tables(target), "  ");
+        listTables(m_err, Database::DatabaseFileSurvey::tables(target), "  ");
         return Failure;
     }
     if (!ok) {
@@ -172,41 +166,38 @@ int Importer::run(const QString &source, const QString &target)
     if (ProgressBar::interrupted())
         fail(tr("Ctrl-C came too late to stop the import."));
     m_err << tr("Imported %1 into '%2', which now holds:").arg(sourceName, shown(target)) << '\n';
-    listTables(m_err, DatabaseFile::tables(target), "  ");
+    listTables(m_err, Database::DatabaseFileSurvey::tables(target), "  ");
     if (m_options.mode == InPlace && !csvImporter) {
-        const QStringList kept = keptTables(importPath, spreadsheet);
+        const QStringList kept = Database::InPlaceImport::keptTables(
+                m_tablesBefore,
+                Database::ImportSource::rowCount(importPath, spreadsheet, m_options.separator));
         if (!kept.isEmpty())
             fail(tr("note: %n table(s) from before stay beside the new rows and count as records "
                     "of '%1': %2. --replace imports into a fresh file.",
                     nullptr, kept.size())
-                         .arg(shown(target), DatabaseFile::nameList(kept)));
+                         .arg(shown(target), nameList(kept)));
     }
     return Success;
 }
 
-bool Importer::openSource(const QString &source, QTemporaryFile &stdinCopy, QString *path,
-                          bool *spreadsheet)
+bool Importer::openSource(const QString &source, Database::ImportSource &input)
 {
-    *path = source;
     if (source == QLatin1String("-")) {
         if (::isatty(STDIN_FILENO) == 1) {
             m_err << tr("zqdb import: reading the lines to import from the terminal; end them "
                         "with Ctrl-D.")
                   << Qt::endl;
         }
-        QString error;
-        if (stdinCopy.open())
-            ProgressBar::removeOnInterrupt(stdinCopy.fileName());
+        const bool staged
+                = input.createStage(QDir::tempPath() + QLatin1String("/zqdb-stdin-XXXXXX"));
+        if (staged)
+            ProgressBar::removeOnInterrupt(input.stageFile());
         QFile in;
-        if (!in.open(stdin, QIODevice::ReadOnly))
-            error = in.errorString();
-        if (!stdinCopy.isOpen() || !error.isEmpty() || !TextFileSurvey::copy(in, stdinCopy, &error))
+        const bool read = in.open(stdin, QIODevice::ReadOnly);
+        if (!staged || !read || !input.stage(in))
             return refuse(tr("cannot keep standard input in '%1': %2.")
-                                  .arg(shown(stdinCopy.fileName()),
-                                       error.isEmpty() ? stdinCopy.errorString() : error));
-        *path = stdinCopy.fileName();
-        stdinCopy.seek(0);
-        *spreadsheet = stdinCopy.read(4) == ZipMagic;
+                                  .arg(shown(input.stageFile()),
+                                       read ? input.errorString() : in.errorString()));
     } else {
         const QFileInfo info(source);
         QFile probe(source);
@@ -217,8 +208,6 @@ bool Importer::openSource(const QString &source, QTemporaryFile &stdinCopy, QStr
                                   .arg(shown(source)));
         if (!probe.open(QIODevice::ReadOnly))
             return refuse(tr("cannot read '%1': %2.").arg(shown(source), probe.errorString()));
-        const QString suffix = info.suffix().toLower();
-        *spreadsheet = suffix == QLatin1String("xlsx") || suffix == QLatin1String("xlsm");
     }
     return true;
 }
@@ -230,21 +219,21 @@ bool Importer::checkTarget(const QString &target)
         return refuse(tr("'%1' is a directory; give the path of the database file to write.")
                               .arg(shown(target)));
     const bool exists = info.exists();
-    if (exists && !DatabaseFile::looksLikeSqlite(target) && m_options.mode != Replace)
+    if (exists && !Database::DatabaseFileSurvey::looksLikeSqlite(target) && m_options.mode != Replace)
         return refuse(tr("'%1' exists and is not an SQLite database; give a new file name, or "
                          "--replace to overwrite it.")
                               .arg(shown(target)));
-    if (exists && DatabaseFile::looksLikeSqlite(target)) {
-        const QList<DatabaseFile::Table> tables = DatabaseFile::tables(target);
+    if (exists && Database::DatabaseFileSurvey::looksLikeSqlite(target)) {
+        const QList<Table> tables = Database::DatabaseFileSurvey::tables(target);
         qint64 rows = 0;
-        for (const DatabaseFile::Table &table : tables) {
+        for (const Table &table : tables) {
             m_tablesBefore << table.name;
             rows += qMax<qint64>(table.rows, 0);
         }
         if (!tables.isEmpty() && m_options.mode == NewOnly) {
             fail(tr("'%1' already holds %n table(s) (%2; %3 rows). Nothing was changed. Choose:",
                     nullptr, tables.size())
-                         .arg(shown(target), DatabaseFile::nameList(m_tablesBefore))
+                         .arg(shown(target), nameList(m_tablesBefore))
                          .arg(rows));
             m_err << tr("  --replace   import into a new file that takes the place of '%1' only "
                         "when the import succeeds")
@@ -257,7 +246,7 @@ bool Importer::checkTarget(const QString &target)
             return false;
         }
     }
-    const QString problem = DatabaseFile::cannotWrite(target, true);
+    const QString problem = cannotWrite(target, true);
     return problem.isEmpty() || refuse(problem);
 }
 
@@ -275,22 +264,14 @@ void Importer::adviseOnText(const QString &path, const QString &shownName)
                       "line(s), so every line becomes one field.",
                       nullptr, head.size())
                            .arg(shownSeparator(m_options.separator));
-    for (const QString &candidate :
-         {QStringLiteral("\t"), QStringLiteral(","), QStringLiteral(";"), QStringLiteral("|")}) {
-        if (candidate == m_options.separator)
-            continue;
-        const QList<TextFileSurvey::HeadLine> other = TextFileSurvey::head(path, candidate);
-        bool everywhere = !other.isEmpty();
-        for (const TextFileSurvey::HeadLine &line : other)
-            everywhere = everywhere && line.hasSeparator && line.fields == other.first().fields;
-        if (everywhere) {
-            hint += QLatin1Char(' ')
-                    + tr("Its lines split into %1 fields at '%2': try --separator '%2'.")
-                              .arg(other.first().fields)
-                              .arg(shownSeparator(candidate));
-            break;
-        }
-    }
+    int fields = 0;
+    const QString better
+            = Database::ImportSource::suggestedSeparator(path, m_options.separator, &fields);
+    if (!better.isEmpty())
+        hint += QLatin1Char(' ')
+                + tr("Its lines split into %1 fields at '%2': try --separator '%2'.")
+                          .arg(fields)
+                          .arg(shownSeparator(better));
     m_err << hint << '\n';
 }
 
@@ -354,8 +335,8 @@ void Importer::explainFailure(const QString &log, const QString &source, const Q
                          .arg(quint64(limit.rlim_cur))
               << '\n';
     // Batches written before the failure stay: say what the file holds now.
-    const QList<DatabaseFile::Table> tables
-            = target.isEmpty() ? QList<DatabaseFile::Table>() : DatabaseFile::tables(target);
+    const QList<Table> tables
+            = target.isEmpty() ? QList<Table>() : Database::DatabaseFileSurvey::tables(target);
     if (!tables.isEmpty()) {
         m_err << "  " << tr("'%1' now holds:").arg(shown(target)) << '\n';
         listTables(m_err, tables, "    ");
@@ -368,17 +349,9 @@ bool Importer::checkColumns(const QString &source, bool spreadsheet, const QStri
     // every insert fails after the table was emptied.
     if (!m_tablesBefore.contains(QStringLiteral("table1")))
         return true;
-    const int existing = DatabaseFile::declaredTypes(target, QStringLiteral("table1")).size() - 1;
-    int incoming = 0;
-    if (spreadsheet) {
-        Core::XlsxReader reader;
-        if (reader.open(source))
-            incoming = reader.columnCount();
-    } else {
-        const QList<TextFileSurvey::HeadLine> head
-                = TextFileSurvey::head(source, m_options.separator);
-        incoming = head.isEmpty() ? 0 : head.first().fields;
-    }
+    const int existing = Database::InPlaceImport::valueColumns(target);
+    const int incoming
+            = Database::ImportSource::columnCount(source, spreadsheet, m_options.separator);
     return incoming <= 0 || existing == incoming
             || refuse(tr("table1 of '%1' has %2 value column(s) but the source has %3: an in-place "
                          "import "
@@ -387,28 +360,6 @@ bool Importer::checkColumns(const QString &source, bool spreadsheet, const QStri
                               .arg(shown(target))
                               .arg(existing)
                               .arg(incoming));
-}
-
-QStringList Importer::keptTables(const QString &source, bool spreadsheet) const
-{
-    // The importer writes table1..tableN for N batches of 50,000 rows and leaves the rest.
-    qint64 rows = 0;
-    if (spreadsheet) {
-        Core::XlsxReader reader;
-        if (reader.open(source) && !reader.isEmpty() && reader.columnCount() > 0)
-            rows = reader.rowCount();
-    } else {
-        rows = TextFileSurvey::countRows(source, m_options.separator);
-    }
-    const qint64 batches = (rows + Database::RowBlockReader::ImporterRowsPerTable - 1)
-            / Database::RowBlockReader::ImporterRowsPerTable;
-    QStringList kept;
-    for (const QString &name : m_tablesBefore) {
-        const qint64 index = name.startsWith(QLatin1String("table")) ? name.mid(5).toLongLong() : 0;
-        if (index < 1 || index > batches || name != QStringLiteral("table%1").arg(index))
-            kept << name;
-    }
-    return kept;
 }
 
 } // namespace Zqdb

@@ -1,13 +1,9 @@
 // zqdb: drives the zqdatabase library from the command line.
-#include "commands.h"
-#include "importer.h"
-#include "translate.h"
+#include "zqdb.h"
 
 #include <core/settings.h>
-#include <database/csvimporter.h>
 
 #include <QCommandLineParser>
-#include <QCoreApplication>
 #include <QLoggingCategory>
 #include <QTextStream>
 

@@ -1,7 +1,6 @@
-#include "progressbar.h"
+#include "zqdb.h"
 
 #include <QByteArray>
-#include <QCoreApplication>
 #include <QFile>
 
 #include <csignal>
