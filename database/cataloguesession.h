@@ -23,6 +23,7 @@ public:
     CatalogueSession(const CatalogueSession &) = delete;
     CatalogueSession &operator=(const CatalogueSession &) = delete;
 
+    /// The catalogue the session started.
     DatabaseManager *catalogue() const;
 
     /// A catalogued name as it is, or a database file given by path, which joins the catalogue

@@ -18,8 +18,8 @@ public:
     /// One table and its row count.
     struct Table
     {
-        QString name;
-        qint64 rows; ///< -1 when the table cannot be read
+        QString name; ///< as the file spells it
+        qint64 rows;  ///< -1 when the table cannot be read
     };
 
     /// The table DatabaseExport::toCSV writes.

@@ -29,7 +29,11 @@ namespace Database {
 class ZQDATABASE_EXPORT RowTextWriter
 {
 public:
-    enum Format { Aligned, Csv };
+    /// How rows are written.
+    enum Format {
+        Aligned, ///< columns padded to the widest cell, for a terminal
+        Csv      ///< comma-separated, quoted where a field needs it
+    };
 
     /// Writes to @p device, which must stay open while the writer lives; the CSV header at
     /// once, the aligned one with the first rows.
@@ -38,6 +42,7 @@ public:
     RowTextWriter(const RowTextWriter &) = delete;
     RowTextWriter &operator=(const RowTextWriter &) = delete;
 
+    /// One row of cells, one per header column.
     void addRow(const QStringList &cells);
     /// Cells given as UTF-8, written as they are: CSV only, the one format that takes them.
     void addRow(const RowBlockReader::TextCell *cells, int count);
