@@ -1,5 +1,6 @@
 #include "xlsxpackage_p.h"
 
+#include "handover_p.h"
 #include "xlsxxml_p.h"
 
 #include <quazipfile.h>
@@ -11,10 +12,7 @@
 #include <QObject>
 #include <QUrl>
 
-#include <condition_variable>
 #include <cstring>
-#include <deque>
-#include <mutex>
 #include <system_error>
 #include <thread>
 
@@ -37,7 +35,7 @@ constexpr qint64 MaxStreamedPartSize = qint64(1) << 36;
 class InflatingDevice : public QIODevice
 {
 public:
-    explicit InflatingDevice(QuaZipFile &file) : m_file(file)
+    explicit InflatingDevice(QuaZipFile &file) : m_file(file), m_chunks(MaxChunks)
     {
         open(QIODevice::ReadOnly | QIODevice::Unbuffered);
         try {
@@ -48,11 +46,7 @@ public:
     }
     ~InflatingDevice() override
     {
-        {
-            const std::lock_guard<std::mutex> lock(m_mutex);
-            m_stopped = true;
-        }
-        m_changed.notify_all();
+        m_chunks.stop();
         if (m_thread.joinable())
             m_thread.join();
     }
@@ -63,56 +57,40 @@ protected:
     {
         if (m_direct)
             return m_file.read(data, maxSize);
-        std::unique_lock<std::mutex> lock(m_mutex);
-        m_changed.wait(lock, [this] { return !m_chunks.empty() || m_finished; });
-        if (m_chunks.empty())
-            return m_failed ? -1 : 0;
-        const QByteArray &chunk = m_chunks.front();
-        const int size = int(qMin<qint64>(maxSize, chunk.size() - m_offset));
-        std::memcpy(data, chunk.constData() + m_offset, size_t(size));
-        m_offset += size;
-        if (m_offset == chunk.size()) {
-            m_chunks.pop_front();
+        if (m_offset == m_chunk.size()) {
             m_offset = 0;
-            m_changed.notify_all();
+            m_chunk.clear();
+            if (!m_chunks.take(&m_chunk))
+                return m_chunks.failed() ? -1 : 0;
         }
+        const int size = int(qMin<qint64>(maxSize, m_chunk.size() - m_offset));
+        std::memcpy(data, m_chunk.constData() + m_offset, size_t(size));
+        m_offset += size;
         return size;
     }
     qint64 writeData(const char *, qint64) override { return -1; }
 
 private:
     static constexpr int ChunkSize = 1 << 18;
-    static constexpr size_t MaxChunks = 4;
+    static constexpr qint64 MaxChunks = 4;
 
     void inflate()
     {
         for (;;) {
             QByteArray chunk(ChunkSize, Qt::Uninitialized);
             const qint64 size = m_file.read(chunk.data(), ChunkSize);
-            std::unique_lock<std::mutex> lock(m_mutex);
-            m_changed.wait(lock, [this] { return m_chunks.size() < MaxChunks || m_stopped; });
-            if (m_stopped || size <= 0) {
-                m_finished = true;
-                m_failed = size < 0;
-                m_changed.notify_all();
-                return;
-            }
-            chunk.resize(int(size));
-            m_chunks.push_back(std::move(chunk));
-            m_changed.notify_all();
+            chunk.resize(int(qMax<qint64>(size, 0)));
+            if (size <= 0 || !m_chunks.put(std::move(chunk), 1))
+                return m_chunks.finish(size < 0);
         }
     }
 
     QuaZipFile &m_file;
     std::thread m_thread;
-    std::mutex m_mutex;
-    std::condition_variable m_changed;
-    std::deque<QByteArray> m_chunks;
+    HandOver<QByteArray> m_chunks;
+    QByteArray m_chunk;
     int m_offset = 0;
     bool m_direct = false;
-    bool m_stopped = false;
-    bool m_finished = false;
-    bool m_failed = false;
 };
 
 // Resolves a relationship target against the folder of the part that owns it.

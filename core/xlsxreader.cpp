@@ -81,7 +81,7 @@ bool XlsxReader::check(const QString &path)
 {
     d->sheet = std::make_unique<SheetData>();
     XlsxRowReader rows;
-    const bool ok = rows.open(path);
+    const bool ok = rows.open(path, false);
     d->error = rows.errorString();
     return ok;
 }

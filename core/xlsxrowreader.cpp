@@ -1,13 +1,14 @@
 #include "xlsxrowreader_p.h"
 
+#include "handover_p.h"
 #include "xlsxpackage_p.h"
 #include "xlsxreader.h"
 #include "xlsxsheet_p.h"
 #include "xlsxworkbook_p.h"
 
-#include <condition_variable>
+#include <QTemporaryFile>
+
 #include <deque>
-#include <mutex>
 #include <system_error>
 #include <thread>
 
@@ -17,24 +18,25 @@ using namespace Xlsx;
 
 namespace {
 
-// Rows of the second pass as it reads them: only the cells that hold values.
+// Rows as the pass over the sheet part reads them: only the cells that hold values.
 struct RowChunk
 {
     struct Row
     {
-        int index;
-        size_t firstCell;
+        qint32 index;
+        quint32 firstCell;
     };
     struct Field
     {
-        int column;
-        int end; // in bytes
+        qint32 column;
+        qint32 end; // in bytes
     };
     std::vector<Row> rows;
     std::vector<Field> cells;
     QByteArray bytes;
-    QHash<size_t, QString> inexact; // by cell
+    QHash<quint32, QString> inexact; // by cell
     qint64 cost() const { return bytes.size() + qint64(cells.size() + rows.size()) * 8; }
+    bool isFull() const { return rows.size() >= 4096 || bytes.size() >= (1 << 20); }
     // Empties the chunk and keeps its room.
     void clear()
     {
@@ -44,16 +46,231 @@ struct RowChunk
         bytes.resize(0);
         inexact.clear();
     }
+    // Adds a row of the sheet with its texts as the reader gives them; rowTexts, when given,
+    // holds the texts that the cells' own point to.
+    void append(const SheetData &sheet, int index, const Cell *rowCells, size_t count,
+                const QByteArray *rowTexts = nullptr)
+    {
+        rows.push_back({index, quint32(cells.size())});
+        for (size_t i = 0; i < count; ++i) {
+            if (!sheet.appendCellUtf8(rowCells[i], &bytes, rowTexts))
+                inexact.insert(quint32(cells.size()), sheet.cellText(rowCells[i], rowTexts));
+            cells.push_back({rowCells[i].column, bytes.size()});
+        }
+    }
+    bool write(QIODevice &file) const;
+    bool read(QIODevice &file);
 };
 
-// The second pass over the sheet part, on a thread of its own from the moment the workbook has
-// been read: while the first pass checks the part, this one reads ahead as far as its queue
-// allows, and later reads while the calling thread writes.
+template<typename T>
+bool writeVector(QIODevice &file, const std::vector<T> &items)
+{
+    const qint64 size = qint64(items.size() * sizeof(T));
+    return file.write(reinterpret_cast<const char *>(items.data()), size) == size;
+}
+
+template<typename T>
+bool readVector(QIODevice &file, quint32 count, std::vector<T> *items)
+{
+    items->resize(count);
+    const qint64 size = qint64(count * sizeof(T));
+    return file.read(reinterpret_cast<char *>(items->data()), size) == size;
+}
+
+bool RowChunk::write(QIODevice &file) const
+{
+    const quint32 header[] = {quint32(rows.size()), quint32(cells.size()), quint32(bytes.size()),
+                              quint32(inexact.size())};
+    bool ok = file.write(reinterpret_cast<const char *>(header), sizeof header) == sizeof header
+            && writeVector(file, rows) && writeVector(file, cells)
+            && file.write(bytes) == bytes.size();
+    for (auto it = inexact.cbegin(); ok && it != inexact.cend(); ++it) {
+        const quint32 place[] = {it.key(), quint32(it.value().size())};
+        const qint64 size = qint64(it.value().size()) * 2;
+        ok = file.write(reinterpret_cast<const char *>(place), sizeof place) == sizeof place
+                && file.write(reinterpret_cast<const char *>(it.value().constData()), size) == size;
+    }
+    return ok;
+}
+
+bool RowChunk::read(QIODevice &file)
+{
+    clear();
+    quint32 header[4];
+    bool ok = file.read(reinterpret_cast<char *>(header), sizeof header) == sizeof header
+            && readVector(file, header[0], &rows) && readVector(file, header[1], &cells);
+    if (ok) {
+        bytes.resize(int(header[2]));
+        ok = file.read(bytes.data(), bytes.size()) == bytes.size();
+    }
+    for (quint32 i = 0; ok && i < header[3]; ++i) {
+        quint32 place[2];
+        ok = file.read(reinterpret_cast<char *>(place), sizeof place) == sizeof place;
+        QString text(ok ? int(place[1]) : 0, Qt::Uninitialized);
+        const qint64 size = qint64(text.size()) * 2;
+        ok = ok && file.read(reinterpret_cast<char *>(text.data()), size) == size;
+        inexact.insert(place[0], text);
+    }
+    return ok;
+}
+
+// The rows of the one pass over the sheet part, kept until the whole part has been checked: the
+// first in memory, the rest in a temporary file. Without room in the file they are given up, and
+// the rows are read again from the part.
+class ChunkStore
+{
+public:
+    void add(RowChunk *chunk)
+    {
+        if (m_lost || chunk->rows.empty())
+            return;
+        if (m_spilled == 0 && m_held + chunk->cost() <= MaxHeld) {
+            m_held += chunk->cost();
+            m_chunks.push_back(std::move(*chunk));
+            *chunk = RowChunk();
+            return;
+        }
+        if (!m_file.isOpen() && !m_file.open())
+            return lose();
+        if (!chunk->write(m_file))
+            return lose();
+        ++m_spilled;
+        chunk->clear();
+    }
+    bool isLost() const { return m_lost; }
+    // Hands every chunk to take in order; false when take returns false or a chunk cannot be
+    // read back.
+    template<typename Take>
+    bool replay(Take take)
+    {
+        for (const RowChunk &chunk : m_chunks) {
+            if (!take(chunk))
+                return false;
+        }
+        if (m_spilled == 0)
+            return true;
+        RowChunk chunk;
+        bool ok = m_file.flush() && m_file.seek(0);
+        for (int i = 0; ok && i < m_spilled; ++i)
+            ok = chunk.read(m_file) && take(chunk);
+        return ok;
+    }
+    void clear()
+    {
+        m_chunks.clear();
+        m_held = 0;
+        m_spilled = 0;
+        m_file.close();
+    }
+
+private:
+    static constexpr qint64 MaxHeld = qint64(16) << 20;
+
+    void lose()
+    {
+        clear();
+        m_lost = true;
+    }
+
+    std::deque<RowChunk> m_chunks;
+    qint64 m_held = 0;
+    QTemporaryFile m_file;
+    int m_spilled = 0;
+    bool m_lost = false;
+};
+
+// Rows as the parser hands them on, before their texts are made: the cells' own texts are in
+// texts.
+struct RawChunk
+{
+    std::vector<RowChunk::Row> rows;
+    std::vector<Cell> cells;
+    QByteArray texts;
+    qint64 cost() const { return texts.size() + qint64(cells.size()) * 16; }
+    bool isFull() const { return rows.size() >= 4096 || texts.size() >= (1 << 20); }
+    void append(const SheetData &sheet, int index, const Cell *rowCells, size_t count)
+    {
+        rows.push_back({index, quint32(cells.size())});
+        const quint32 base = quint32(texts.size());
+        texts.append(sheet.rowTexts());
+        for (size_t i = 0; i < count; ++i) {
+            cells.push_back(rowCells[i]);
+            if (rowCells[i].kind == Cell::String || rowCells[i].kind == Cell::Verbatim)
+                cells.back().a += base;
+        }
+    }
+};
+
+// Makes the texts of the rows that one pass over the sheet part reads and keeps them in a store,
+// on a thread of its own so that the parser goes on meanwhile.
+class Converter
+{
+public:
+    Converter(std::unique_ptr<SheetData> sheet, ChunkStore *store)
+        : m_sheet(std::move(sheet)), m_store(store), m_raw(MaxQueued)
+    {
+        try {
+            m_thread = std::thread([this] {
+                RawChunk raw;
+                while (m_raw.take(&raw))
+                    convert(raw);
+                m_store->add(&m_chunk);
+            });
+        } catch (const std::system_error &) {
+            m_direct = true; // no thread to be had: convert as the rows come
+        }
+    }
+    ~Converter() { finish(); }
+    void add(RawChunk *raw)
+    {
+        if (raw->rows.empty())
+            return;
+        if (m_direct)
+            convert(*raw);
+        else
+            m_raw.put(std::move(*raw), raw->cost());
+        *raw = RawChunk();
+    }
+    // Waits until every row added is in the store.
+    void finish()
+    {
+        m_raw.finish(false);
+        if (m_thread.joinable())
+            m_thread.join();
+        else if (m_direct)
+            m_store->add(&m_chunk);
+    }
+
+private:
+    static constexpr qint64 MaxQueued = qint64(4) << 20;
+
+    void convert(const RawChunk &raw)
+    {
+        for (size_t r = 0; r < raw.rows.size(); ++r) {
+            const size_t end = r + 1 < raw.rows.size() ? raw.rows[r + 1].firstCell : raw.cells.size();
+            const size_t first = raw.rows[r].firstCell;
+            m_chunk.append(*m_sheet, raw.rows[r].index, raw.cells.data() + first, end - first,
+                           &raw.texts);
+            if (m_chunk.isFull())
+                m_store->add(&m_chunk);
+        }
+    }
+
+    std::unique_ptr<SheetData> m_sheet;
+    ChunkStore *m_store;
+    HandOver<RawChunk> m_raw;
+    RowChunk m_chunk;
+    std::thread m_thread;
+    bool m_direct = false;
+};
+
+// Reads the sheet part again on a thread of its own, handing its rows on through a bounded
+// queue while the calling thread takes them: for a second read, and when the store was lost.
 class Streamer
 {
 public:
     Streamer(const QString &path, const QString &sheetPart, std::unique_ptr<SheetData> sheet)
-        : m_path(path), m_sheetPart(sheetPart), m_sheet(std::move(sheet))
+        : m_path(path), m_sheetPart(sheetPart), m_sheet(std::move(sheet)), m_chunks(MaxQueued)
     {
         try {
             m_thread = std::thread([this] { run(); });
@@ -63,11 +280,7 @@ public:
     }
     ~Streamer()
     {
-        {
-            const std::lock_guard<std::mutex> lock(m_mutex);
-            m_stopped = true;
-        }
-        m_changed.notify_all();
+        m_chunks.stop();
         if (m_thread.joinable())
             m_thread.join();
     }
@@ -77,92 +290,46 @@ public:
     {
         if (m_direct) {
             m_take = &take;
-            run();
-            return !m_failed;
+            return run();
         }
-        for (;;) {
-            RowChunk chunk;
-            {
-                std::unique_lock<std::mutex> lock(m_mutex);
-                m_changed.wait(lock, [this] { return !m_chunks.empty() || m_finished; });
-                if (m_chunks.empty())
-                    return !m_failed;
-                chunk = std::move(m_chunks.front());
-                m_chunks.pop_front();
-                m_queued -= chunk.cost();
-            }
-            m_changed.notify_all();
+        RowChunk chunk;
+        while (m_chunks.take(&chunk)) {
             if (!take(chunk))
                 return false;
-            // Chunks go round: memory stays as it is, however many rows pass.
-            chunk.clear();
-            const std::lock_guard<std::mutex> lock(m_mutex);
-            m_spare.push_back(std::move(chunk));
         }
+        return !m_chunks.failed();
     }
 
 private:
-    static constexpr int ChunkRows = 4096;
-    static constexpr int ChunkBytes = 1 << 20;
     static constexpr qint64 MaxQueued = qint64(16) << 20;
 
-    void run()
+    bool run()
     {
         XlsxPackage package(m_path);
         RowChunk chunk;
         m_sheet->setMode(SheetData::Mode::Stream, [&](int index, const Cell *cells, size_t count) {
-            chunk.rows.push_back({index, chunk.cells.size()});
-            for (size_t i = 0; i < count; ++i) {
-                if (!m_sheet->appendCellUtf8(cells[i], &chunk.bytes))
-                    chunk.inexact.insert(chunk.cells.size(), m_sheet->cellText(cells[i]));
-                chunk.cells.push_back({int(cells[i].column), int(chunk.bytes.size())});
-            }
-            return (chunk.rows.size() < ChunkRows && chunk.bytes.size() < ChunkBytes)
-                    || deliver(&chunk);
+            chunk.append(*m_sheet, index, cells, count);
+            return !chunk.isFull() || deliver(&chunk);
         });
         QString error;
         bool ok = package.open() && readSheet(package, m_sheetPart, *m_sheet, &error);
         ok = ok && (chunk.rows.empty() || deliver(&chunk));
-        const std::lock_guard<std::mutex> lock(m_mutex);
-        m_finished = true;
-        m_failed = !ok;
-        m_changed.notify_all();
+        m_chunks.finish(!ok);
+        return ok;
     }
 
     bool deliver(RowChunk *chunk)
     {
-        if (m_direct) {
-            const bool taken = (*m_take)(*chunk);
-            chunk->clear();
-            return taken;
-        }
-        std::unique_lock<std::mutex> lock(m_mutex);
-        m_changed.wait(lock, [this] { return m_queued < MaxQueued || m_stopped; });
-        if (m_stopped)
-            return false;
-        m_queued += chunk->cost();
-        m_chunks.push_back(std::move(*chunk));
-        *chunk = RowChunk();
-        if (!m_spare.empty()) {
-            *chunk = std::move(m_spare.back());
-            m_spare.pop_back();
-        }
-        m_changed.notify_all();
-        return true;
+        const bool taken = m_direct ? (*m_take)(*chunk) : m_chunks.put(std::move(*chunk), chunk->cost());
+        chunk->clear();
+        return taken;
     }
 
     QString m_path;
     QString m_sheetPart;
     std::unique_ptr<SheetData> m_sheet;
+    HandOver<RowChunk> m_chunks;
     std::thread m_thread;
-    std::mutex m_mutex;
-    std::condition_variable m_changed;
-    std::deque<RowChunk> m_chunks;
-    std::vector<RowChunk> m_spare;
-    qint64 m_queued = 0;
-    bool m_stopped = false;
-    bool m_finished = false;
-    bool m_failed = false;
     bool m_direct = false;
     const std::function<bool(const RowChunk &)> *m_take = nullptr;
 };
@@ -189,13 +356,15 @@ public:
     void endField() { row.ends.append(row.bytes.size()); }
     bool blankRowsUntil(int index, const std::function<bool(const XlsxRow &)> &rowRead);
     bool take(const RowChunk &chunk, const std::function<bool(const XlsxRow &)> &rowRead);
+    bool readHeld(const std::function<bool(const XlsxRow &)> &rowRead);
 
     QString path;
     QString sheetPart;
     QString error;
-    SheetData sheet; // the shared strings and cell formats
+    SheetData sheet; // the shared strings, cell formats and the data area's bounds
     std::unique_ptr<XlsxReader> held; // a sheet out of order
-    std::unique_ptr<Streamer> streamer;
+    ChunkStore store;
+    bool stored = false; // whether the store holds every row
     XlsxRow row{0, QByteArray(), QVector<int>{0}, {}};
     int nextRow = 0;
 };
@@ -230,8 +399,8 @@ bool XlsxRowReaderPrivate::take(const RowChunk &chunk,
             if (cell < end && chunk.cells[cell].column == column) {
                 const int from = cell > 0 ? chunk.cells[cell - 1].end : 0;
                 row.bytes.append(chunk.bytes.constData() + from, chunk.cells[cell].end - from);
-                if (!chunk.inexact.isEmpty() && chunk.inexact.contains(cell))
-                    row.inexact.insert(column, chunk.inexact.value(cell));
+                if (!chunk.inexact.isEmpty() && chunk.inexact.contains(quint32(cell)))
+                    row.inexact.insert(column, chunk.inexact.value(quint32(cell)));
                 ++cell;
             }
             endField();
@@ -243,25 +412,58 @@ bool XlsxRowReaderPrivate::take(const RowChunk &chunk,
     return true;
 }
 
+bool XlsxRowReaderPrivate::readHeld(const std::function<bool(const XlsxRow &)> &rowRead)
+{
+    for (int index = 0; index < held->rowCount(); ++index) {
+        beginRow(index);
+        for (int column = 0; column < held->columnCount(); ++column) {
+            const QString text = held->textAt(index, column);
+            if (text.isValidUtf16())
+                row.bytes.append(text.toUtf8());
+            else
+                row.inexact.insert(column, text);
+            endField();
+        }
+        if (!rowRead(row))
+            return false;
+    }
+    return true;
+}
+
 XlsxRowReader::XlsxRowReader() : d(new XlsxRowReaderPrivate) { }
 
 XlsxRowReader::~XlsxRowReader() = default;
 
-// Reads the workbook and checks the whole first worksheet, while the rows are already being
-// read ahead; false, with the reason and an empty sheet, when the file is no readable workbook.
-bool XlsxRowReader::open(const QString &path)
+// Reads the workbook and its first worksheet once, checking the whole part and keeping its rows
+// (unless keepRows is false) until readRows(); false, with the reason and an empty sheet, when
+// the file is no readable workbook.
+bool XlsxRowReader::open(const QString &path, bool keepRows)
 {
     d.reset(new XlsxRowReaderPrivate);
     d->path = path;
     XlsxPackage package(path);
     bool ok = package.open() || d->fail(package.errorString());
     ok = ok && readWorkbook(package, d->sheet, &d->sheetPart, &d->error);
-    if (ok)
-        d->streamer.reset(new Streamer(path, d->sheetPart, d->sheet.sharedCopy()));
-    d->sheet.setMode(SheetData::Mode::Scan);
-    ok = ok && readSheet(package, d->sheetPart, d->sheet, &d->error);
+    d->stored = keepRows;
+    if (ok) {
+        Converter converter(d->sheet.sharedCopy(), &d->store);
+        RawChunk raw;
+        d->sheet.setMode(SheetData::Mode::Stream, [&](int index, const Cell *cells, size_t count) {
+            // Rows out of order are read whole instead.
+            if (!d->stored || !d->sheet.isOrdered())
+                return true;
+            raw.append(d->sheet, index, cells, count);
+            if (raw.isFull())
+                converter.add(&raw);
+            return true;
+        });
+        ok = readSheet(package, d->sheetPart, d->sheet, &d->error);
+        converter.add(&raw);
+        converter.finish();
+    }
+    d->stored = d->stored && !d->store.isLost();
     if (ok && !d->sheet.isOrdered()) {
-        d->streamer.reset();
+        d->store.clear();
         d->held.reset(new XlsxReader);
         ok = d->held->open(path) || d->fail(d->held->errorString());
     }
@@ -297,33 +499,23 @@ int XlsxRowReader::columnCount() const
 // rowRead returns false or the part can no longer be read as open() read it.
 bool XlsxRowReader::readRows(const std::function<bool(const XlsxRow &)> &rowRead)
 {
-    const int rows = rowCount();
-    const int columns = columnCount();
-    if (d->held) {
-        for (int index = 0; index < rows; ++index) {
-            d->beginRow(index);
-            for (int column = 0; column < columns; ++column) {
-                const QString text = d->held->textAt(index, column);
-                if (text.isValidUtf16())
-                    d->row.bytes.append(text.toUtf8());
-                else
-                    d->row.inexact.insert(column, text);
-                d->endField();
-            }
-            if (!rowRead(d->row))
-                return false;
-        }
-        return true;
-    }
+    if (d->held)
+        return d->readHeld(rowRead);
     if (d->path.isEmpty())
         return false;
-    if (!d->streamer) // read once already
-        d->streamer.reset(new Streamer(d->path, d->sheetPart, d->sheet.sharedCopy()));
     d->nextRow = 0;
-    const bool read = d->streamer->consume(
-            [&](const RowChunk &chunk) { return d->take(chunk, rowRead); });
-    d->streamer.reset();
-    return read && d->nextRow == rows;
+    const auto take = [&](const RowChunk &chunk) { return d->take(chunk, rowRead); };
+    bool read;
+    if (d->stored) {
+        read = d->store.replay(take);
+    } else {
+        Streamer streamer(d->path, d->sheetPart, d->sheet.sharedCopy());
+        read = streamer.consume(take);
+    }
+    // The rows are handed on once from the store; a second read goes back to the file.
+    d->store.clear();
+    d->stored = false;
+    return read && d->nextRow == rowCount();
 }
 
 } // namespace Core

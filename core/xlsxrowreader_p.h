@@ -26,16 +26,16 @@ struct XlsxRow
 };
 
 // Reads the first worksheet of a workbook of any size row by row, with the texts XlsxReader
-// gives, in two passes over its part: open() checks the whole part and bounds the data area
-// holding only the shared strings, readRows() hands the rows on in order. A sheet whose cells
-// are out of order is held whole, as XlsxReader holds it.
+// gives: open() reads its part once, checking all of it and bounding the data area, and keeps
+// the rows in a temporary file rather than in memory; readRows() hands them on in order. A
+// sheet whose cells are out of order is held whole, as XlsxReader holds it.
 class ZQCORE_EXPORT XlsxRowReader
 {
 public:
     XlsxRowReader();
     ~XlsxRowReader();
 
-    bool open(const QString &path);
+    bool open(const QString &path, bool keepRows = true);
     QString errorString() const;
     bool isEmpty() const;
     int rowCount() const;

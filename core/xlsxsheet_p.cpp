@@ -170,46 +170,23 @@ void SheetData::setMode(Mode mode, RowFunction rowReady)
 {
     m_rowTexts.reserve(1 << 12); // kept through resize(0), which is done for every cell or row
     m_rowTexts.resize(0);
-    m_scannedRowTexts = 0;
     m_mode = mode;
     m_rowReady = std::move(rowReady);
     m_rowCells.clear();
     m_lastRow = -1;
 }
 
-// Scan: forgets the text of the cell before.
-void SheetData::cellStarts()
+// Collects the cells of one row; the first cell of the next row hands it on and takes its text
+// to the start of the row's texts. Bounds the data area as finish() would with the cells stored,
+// and tells whether they come in order.
+bool SheetData::streamCell(int row, Cell cell)
 {
-    if (m_mode == Mode::Scan) {
-        m_scannedRowTexts += m_rowTexts.size();
-        m_rowTexts.resize(0);
-    }
-}
-
-// Bounds the data area as finish() would with the cells stored, and tells whether they come in
-// order; keeps nothing of them.
-bool SheetData::scanCell(int row, const Cell &cell)
-{
-    if (m_seen > 0 && row != m_lastRow)
-        m_scannedRowTexts = 0;
-    if (m_seen > 0) {
-        if (row == m_lastRow && cell.column == m_lastColumn)
-            return true;
-        if (row < m_lastRow || (row == m_lastRow && cell.column < m_lastColumn))
-            m_sorted = false;
-    }
+    if (m_seen > 0 && (row < m_lastRow || (row == m_lastRow && cell.column < m_lastColumn)))
+        m_sorted = false;
     ++m_seen;
-    m_lastRow = row;
     m_lastColumn = cell.column;
     m_rows = qMax(m_rows, row + 1);
     m_columns = qMax(m_columns, int(cell.column) + 1);
-    return true;
-}
-
-// Collects the cells of one row; the first cell of the next row hands it on and takes its text
-// to the start of the row's texts.
-bool SheetData::streamCell(int row, Cell cell)
-{
     if (!m_rowCells.empty()) {
         if (row == m_lastRow && cell.column == m_rowCells.back().column) {
             m_rowCells.back() = cell;
@@ -245,8 +222,6 @@ bool SheetData::flushRow()
 // Stores a non-empty cell; a cell at the place of the one before replaces it.
 bool SheetData::addCell(int row, const Cell &cell)
 {
-    if (m_mode == Mode::Scan)
-        return scanCell(row, cell);
     if (m_mode == Mode::Stream)
         return streamCell(row, cell);
     if (m_cells.size() > 0) {
@@ -296,9 +271,7 @@ void SheetData::sortCells()
 bool SheetData::finish()
 {
     if (m_mode == Mode::Stream)
-        return flushRow();
-    if (m_mode == Mode::Scan)
-        return qint64(m_rows) * m_columns <= MaxArea;
+        return flushRow() && qint64(m_rows) * m_columns <= MaxArea;
     if (!m_sorted)
         sortCells();
     if (m_cells.size() == 0)
@@ -342,7 +315,7 @@ QString SheetData::text(int row, int column) const
     return cellText(m_cells[low]);
 }
 
-QString SheetData::cellText(const Cell &cell) const
+QString SheetData::cellText(const Cell &cell, const QByteArray *rowTexts) const
 {
     if (cell.kind == Cell::Number) {
         double number;
@@ -352,17 +325,20 @@ QString SheetData::cellText(const Cell &cell) const
     }
     const bool shared = cell.kind == Cell::Shared;
     const Span span = shared ? m_sharedStrings.at(int(cell.a)) : Span{cell.a, cell.b};
-    const QString text = QString::fromUtf8((shared ? m_pool : texts()).constData() + span.pos,
+    const QByteArray &own = rowTexts ? *rowTexts : texts();
+    const QString text = QString::fromUtf8((shared ? m_pool : own).constData() + span.pos,
                                            int(span.size));
     return cell.kind == Cell::Verbatim ? text : unescape(text);
 }
 
-bool SheetData::appendCellUtf8(const Cell &cell, QByteArray *out) const
+bool SheetData::appendCellUtf8(const Cell &cell, QByteArray *out,
+                               const QByteArray *rowTexts) const
 {
     if (cell.kind != Cell::Number) {
         const bool shared = cell.kind == Cell::Shared;
         const Span span = shared ? m_sharedStrings.at(int(cell.a)) : Span{cell.a, cell.b};
-        const char *text = (shared ? m_pool : texts()).constData() + span.pos;
+        const char *text =
+                (shared ? m_pool : rowTexts ? *rowTexts : texts()).constData() + span.pos;
         // Texts without escapes are the parser's UTF-8 as it stands.
         if (cell.kind == Cell::Verbatim
             || std::string_view(text, span.size).find("_x") == std::string_view::npos) {
@@ -370,7 +346,7 @@ bool SheetData::appendCellUtf8(const Cell &cell, QByteArray *out) const
             return true;
         }
     }
-    const QString text = cellText(cell);
+    const QString text = cellText(cell, rowTexts);
     if (!text.isValidUtf16())
         return false;
     out->append(text.toUtf8());
@@ -533,7 +509,6 @@ bool SheetHandler::startRow(const char **attributes)
 
 bool SheetHandler::startCell(const char **attributes)
 {
-    m_sheet.cellStarts();
     m_cellRow = m_row;
     m_column = m_nextColumn;
     // One pass over the attributes: the cell's are all unqualified one-letter names.

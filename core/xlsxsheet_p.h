@@ -47,11 +47,11 @@ private:
 };
 
 // The cells of one worksheet and the texts they use, stored by row and column; or, to read a
-// sheet of any size, only checked and bounded (Scan), then handed on row by row (Stream).
+// sheet of any size, handed on row by row as they are read and bounded (Stream).
 class SheetData
 {
 public:
-    enum class Mode { Store, Scan, Stream };
+    enum class Mode { Store, Stream };
     // Receives each row that holds cells, in order, with its cells by column.
     using RowFunction = std::function<bool(int row, const Cell *cells, size_t count)>;
 
@@ -59,19 +59,22 @@ public:
     int rows() const { return m_rows; }
     int columns() const { return m_columns; }
     bool isEmpty() const { return m_mode == Mode::Store ? m_cells.size() == 0 : m_seen == 0; }
-    // After a scan: whether the cells came in order, so that they can be streamed.
+    // After a stream: whether the cells came in order, so that the rows handed on hold them all.
     bool isOrdered() const { return m_sorted; }
     Mode mode() const { return m_mode; }
     // Texts read from here on are kept only while their cell or row needs them.
     void setMode(Mode mode, RowFunction rowReady = {});
     // A sheet that shares this one's shared strings and cell formats, to stream on another
-    // thread while this one scans.
+    // thread.
     std::unique_ptr<SheetData> sharedCopy() const;
-    // The text of a stored or streamed string cell.
-    QString cellText(const Cell &cell) const;
+    // Stream: the texts of the row being handed on, where its cells point.
+    const QByteArray &rowTexts() const { return m_rowTexts; }
+    // The text of a stored or streamed cell; rowTexts, when given, holds the cell's own text.
+    QString cellText(const Cell &cell, const QByteArray *rowTexts = nullptr) const;
     // As cellText, as UTF-8 appended to out; false, with nothing appended, when UTF-8 cannot
     // carry it (an escaped lone surrogate).
-    bool appendCellUtf8(const Cell &cell, QByteArray *out) const;
+    bool appendCellUtf8(const Cell &cell, QByteArray *out,
+                        const QByteArray *rowTexts = nullptr) const;
 
     bool date1904 = false;
     QVector<Display> displays; // by cell format index
@@ -96,17 +99,15 @@ private:
     // Where the texts of cells go: with the shared strings when stored, else only for a row.
     QByteArray &texts() { return m_mode == Mode::Store ? m_pool : m_rowTexts; }
     const QByteArray &texts() const { return m_mode == Mode::Store ? m_pool : m_rowTexts; }
-    // What the texts limit counts: a scan counts the row's texts that a stream would hold.
+    // What the texts limit counts: a stream holds the texts of one row.
     qint64 textTotal() const
     {
-        return m_pool.size() + (m_mode == Mode::Store ? 0 : m_rowTexts.size() + m_scannedRowTexts);
+        return m_pool.size() + (m_mode == Mode::Store ? 0 : m_rowTexts.size());
     }
     Span takeText(quint32 start) const { return {start, quint32(texts().size()) - start}; }
     bool addCell(int row, const Cell &cell);
-    bool scanCell(int row, const Cell &cell);
     bool streamCell(int row, Cell cell);
     bool flushRow();
-    void cellStarts();
     bool finish();
     void sortCells();
 
@@ -122,9 +123,8 @@ private:
     int m_columns = 0;
 
     Mode m_mode = Mode::Store;
-    QByteArray m_rowTexts; // Scan, Stream
-    qint64 m_scannedRowTexts = 0; // Scan: of the cells before in the row
-    size_t m_seen = 0; // Scan: cells met
+    QByteArray m_rowTexts; // Stream
+    size_t m_seen = 0; // Stream: cells met
     int m_lastRow = -1;
     int m_lastColumn = -1;
     RowFunction m_rowReady; // Stream
