@@ -16,7 +16,10 @@ namespace {
 // Bounds that keep a hostile or broken file from exhausting memory or time.
 constexpr int MaxRows = 1048576; // the grid of the format itself
 constexpr int MaxColumns = 16384;
-constexpr qint64 MaxArea = qint64(1) << 26; // rows x columns a reader of the data area may walk
+// Rows x columns a reader of the data area may walk: any area that many cells fill one in 16 of,
+// so that a real sheet of any size passes and two far-apart cells do not make a huge one.
+constexpr qint64 MaxArea = qint64(1) << 26;
+constexpr qint64 MaxBlankRatio = 16;
 constexpr size_t MaxCells = size_t(1) << 25; // stored cells and shared strings
 constexpr qint64 MaxTextSize = qint64(1) << 28; // UTF-8 bytes kept for all texts
 constexpr qint64 MaxStringSize = qint64(1) << 24; // UTF-8 bytes of one text
@@ -183,7 +186,9 @@ bool SheetData::streamCell(int row, Cell cell)
 {
     if (m_seen > 0 && (row < m_lastRow || (row == m_lastRow && cell.column < m_lastColumn)))
         m_sorted = false;
-    ++m_seen;
+    // A cell repeated in place fills nothing more.
+    if (m_seen == 0 || row != m_lastRow || cell.column != m_lastColumn)
+        ++m_seen;
     m_lastColumn = cell.column;
     m_rows = qMax(m_rows, row + 1);
     m_columns = qMax(m_columns, int(cell.column) + 1);
@@ -267,11 +272,16 @@ void SheetData::sortCells()
         addCell(p.row, p.cell);
 }
 
+bool SheetData::areaFits(qint64 area, qint64 cells)
+{
+    return area <= MaxArea || area <= cells * MaxBlankRatio;
+}
+
 // Indexes the rows of the data area; false when the area is too large to walk.
 bool SheetData::finish()
 {
     if (m_mode == Mode::Stream)
-        return flushRow() && qint64(m_rows) * m_columns <= MaxArea;
+        return flushRow() && areaFits(qint64(m_rows) * m_columns, qint64(m_seen));
     if (!m_sorted)
         sortCells();
     if (m_cells.size() == 0)
@@ -279,7 +289,7 @@ bool SheetData::finish()
     int lastColumn = 0;
     for (size_t i = 0; i < m_cells.size(); ++i)
         lastColumn = qMax(lastColumn, int(m_cells[i].column));
-    if (qint64(m_runs.back().row + 1) * (lastColumn + 1) > MaxArea)
+    if (!areaFits(qint64(m_runs.back().row + 1) * (lastColumn + 1), qint64(m_cells.size())))
         return false;
     m_rows = m_runs.back().row + 1;
     m_columns = lastColumn + 1;
@@ -600,7 +610,9 @@ bool SheetHandler::finish()
 {
     if (!m_sheetDataSeen)
         return refuse(QObject::tr("it holds no sheetData element"));
-    return m_sheet.finish() || refuse(QObject::tr("a data area over 67,108,864 cells"), true);
+    return m_sheet.finish() || refuse(QObject::tr("a data area over 67,108,864 cells, fewer than one in "
+                                                     "16 of them holding a value"),
+                                         true);
 }
 
 } // namespace Xlsx

@@ -108,6 +108,7 @@ private:
     bool addCell(int row, const Cell &cell);
     bool streamCell(int row, Cell cell);
     bool flushRow();
+    static bool areaFits(qint64 area, qint64 cells);
     bool finish();
     void sortCells();
 

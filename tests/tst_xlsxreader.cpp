@@ -233,6 +233,9 @@ void tst_XlsxReader::refusals_data()
     QTest::newRow("grid") << package("<row>{r='XFE1':1}</row>")
             << "The part " + Sheet + " passes a limit at line 1: a cell beyond the grid of "
                "1,048,576 rows by 16,384 columns.";
+    QTest::newRow("sparse area") << package("<row>{:1}</row><row r='4097'>{r='XFD4097':1}</row>")
+            << "The part " + Sheet + " passes a limit: a data area over 67,108,864 cells, fewer "
+               "than one in 16 of them holding a value.";
     QTest::newRow("entities") << with(base, Sheet, "<!DOCTYPE w [<!ENTITY a '" + QByteArray(64, 'a')
             + "'><!ENTITY b '" + QByteArray("&a;").repeated(40000) + "'>]>\n"
             + QByteArray(sheet).replace(">1<", ">&b;<"))
