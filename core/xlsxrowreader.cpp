@@ -130,12 +130,16 @@ public:
             *chunk = RowChunk();
             return;
         }
-        if (!m_file.isOpen() && !m_file.open())
-            return lose();
         if (!chunk->write(m_file))
             return lose();
         ++m_spilled;
         chunk->clear();
+    }
+    // Makes the file ready before any row is kept, so that without one none is held in vain.
+    bool open()
+    {
+        m_lost = !m_file.open();
+        return !m_lost;
     }
     bool isLost() const { return m_lost; }
     // Hands every chunk to take in order; false when take returns false or a chunk cannot be
@@ -243,6 +247,7 @@ public:
 
 private:
     static constexpr qint64 MaxQueued = qint64(4) << 20;
+    static constexpr int ReleaseEvery = 4; // chunks
 
     void convert(const RawChunk &raw)
     {
@@ -254,6 +259,9 @@ private:
             if (m_chunk.isFull())
                 m_store->add(&m_chunk);
         }
+        // The shared strings these rows used need not stay in memory.
+        if (++m_converted % ReleaseEvery == 0)
+            m_sheet->releaseSharedStrings();
     }
 
     std::unique_ptr<SheetData> m_sheet;
@@ -261,6 +269,7 @@ private:
     HandOver<RawChunk> m_raw;
     RowChunk m_chunk;
     std::thread m_thread;
+    int m_converted = 0;
     bool m_direct = false;
 };
 
@@ -309,7 +318,10 @@ private:
         RowChunk chunk;
         m_sheet->setMode(SheetData::Mode::Stream, [&](int index, const Cell *cells, size_t count) {
             chunk.append(*m_sheet, index, cells, count);
-            return !chunk.isFull() || deliver(&chunk);
+            if (!chunk.isFull())
+                return true;
+            m_sheet->releaseSharedStrings();
+            return deliver(&chunk);
         });
         QString error;
         bool ok = package.open() && readSheet(package, m_sheetPart, *m_sheet, &error);
@@ -441,10 +453,11 @@ bool XlsxRowReader::open(const QString &path, bool keepRows)
 {
     d.reset(new XlsxRowReaderPrivate);
     d->path = path;
+    d->sheet.keepSharedStringsInFile();
     XlsxPackage package(path);
     bool ok = package.open() || d->fail(package.errorString());
     ok = ok && readWorkbook(package, d->sheet, &d->sheetPart, &d->error);
-    d->stored = keepRows;
+    d->stored = keepRows && d->store.open();
     if (ok) {
         Converter converter(d->sheet.sharedCopy(), &d->store);
         RawChunk raw;

@@ -165,7 +165,7 @@ std::unique_ptr<SheetData> SheetData::sharedCopy() const
     copy->date1904 = date1904;
     copy->displays = displays;
     copy->m_pool = m_pool;
-    copy->m_sharedStrings = m_sharedStrings;
+    copy->m_shared = m_shared->copy();
     return copy;
 }
 
@@ -333,11 +333,11 @@ QString SheetData::cellText(const Cell &cell, const QByteArray *rowTexts) const
         std::memcpy(&number, &bits, sizeof number);
         return numberText(number, cell.display, date1904);
     }
-    const bool shared = cell.kind == Cell::Shared;
-    const Span span = shared ? m_sharedStrings.at(int(cell.a)) : Span{cell.a, cell.b};
-    const QByteArray &own = rowTexts ? *rowTexts : texts();
-    const QString text = QString::fromUtf8((shared ? m_pool : own).constData() + span.pos,
-                                           int(span.size));
+    Span span{cell.a, cell.b};
+    const char *data = (rowTexts ? *rowTexts : texts()).constData() + span.pos;
+    if (cell.kind == Cell::Shared)
+        data = m_shared->text(int(cell.a), m_pool, &span.size);
+    const QString text = QString::fromUtf8(data, int(span.size));
     return cell.kind == Cell::Verbatim ? text : unescape(text);
 }
 
@@ -345,10 +345,10 @@ bool SheetData::appendCellUtf8(const Cell &cell, QByteArray *out,
                                const QByteArray *rowTexts) const
 {
     if (cell.kind != Cell::Number) {
-        const bool shared = cell.kind == Cell::Shared;
-        const Span span = shared ? m_sharedStrings.at(int(cell.a)) : Span{cell.a, cell.b};
-        const char *text =
-                (shared ? m_pool : rowTexts ? *rowTexts : texts()).constData() + span.pos;
+        Span span{cell.a, cell.b};
+        const char *text = cell.kind == Cell::Shared
+                ? m_shared->text(int(cell.a), m_pool, &span.size)
+                : (rowTexts ? *rowTexts : texts()).constData() + span.pos;
         // Texts without escapes are the parser's UTF-8 as it stands.
         if (cell.kind == Cell::Verbatim
             || std::string_view(text, span.size).find("_x") == std::string_view::npos) {
@@ -420,11 +420,15 @@ bool SharedStringsHandler::endElement()
     SheetData::Span span;
     const int depth = m_depth--;
     const bool done = m_text.active() && m_text.end(depth, &span);
-    if (done && size_t(m_sheet.m_sharedStrings.size()) >= MaxCells)
+    if (done && size_t(m_sheet.m_shared->size()) >= MaxCells)
         return refuse(QObject::tr("more than 33,554,432 shared strings"), true);
-    if (done)
-        m_sheet.m_sharedStrings.append(span);
-    return true;
+    return !done || m_sheet.m_shared->add(span.size, &m_sheet.m_pool)
+            || refuse(QObject::tr("no room for its texts in the temporary folder"), true);
+}
+
+bool SharedStringsHandler::finish()
+{
+    return m_sheet.m_shared->finish(&m_sheet.m_pool);
 }
 
 bool SharedStringsHandler::characters(const char *text, int size)
@@ -570,8 +574,7 @@ bool SheetHandler::endCell()
     } else if (m_type == Type::Shared) {
         qint64 index = -1;
         if (!parseInt(trimmed(m_value), &index) || index < 0
-            || index >= m_sheet.m_sharedStrings.size()
-            || m_sheet.m_sharedStrings.at(int(index)).size == 0)
+            || index >= m_sheet.m_shared->size() || m_sheet.m_shared->length(int(index)) == 0)
             return true;
         cell.kind = Cell::Shared;
         cell.a = quint32(index);

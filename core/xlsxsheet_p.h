@@ -1,6 +1,7 @@
 #ifndef CORE_XLSXSHEET_P_H
 #define CORE_XLSXSHEET_P_H
 
+#include "xlsxsharedstrings_p.h"
 #include "xlsxstyles_p.h"
 #include "xlsxxml_p.h"
 
@@ -67,6 +68,10 @@ public:
     // A sheet that shares this one's shared strings and cell formats, to stream on another
     // thread.
     std::unique_ptr<SheetData> sharedCopy() const;
+    // Lets the shared strings move to a temporary file once they are large; before they are read.
+    void keepSharedStringsInFile() { m_shared->allowFile(); }
+    // Gives back the memory of the shared strings read so far, when they are in a file.
+    void releaseSharedStrings() const { m_shared->release(); }
     // Stream: the texts of the row being handed on, where its cells point.
     const QByteArray &rowTexts() const { return m_rowTexts; }
     // The text of a stored or streamed cell; rowTexts, when given, holds the cell's own text.
@@ -102,7 +107,8 @@ private:
     // What the texts limit counts: a stream holds the texts of one row.
     qint64 textTotal() const
     {
-        return m_pool.size() + (m_mode == Mode::Store ? 0 : m_rowTexts.size());
+        return m_pool.size() + m_shared->movedBytes()
+                + (m_mode == Mode::Store ? 0 : m_rowTexts.size());
     }
     Span takeText(quint32 start) const { return {start, quint32(texts().size()) - start}; }
     bool addCell(int row, const Cell &cell);
@@ -114,7 +120,7 @@ private:
 
     // UTF-8 texts back to back; shared with copies made for streaming, which only read them.
     QByteArray m_pool;
-    QVector<Span> m_sharedStrings;
+    std::unique_ptr<SharedStringTable> m_shared = std::make_unique<SharedStringTable>();
     CellList m_cells;
     // While reading: the first cell of every run of cells in one row. Then: rows by index.
     std::vector<RowStart> m_runs;
@@ -162,6 +168,8 @@ public:
     bool startElement(Ns ns, const char *name, const char **attributes) override;
     bool endElement() override;
     bool characters(const char *text, int size) override;
+    // After the part: false when the texts moved to a file could not be kept.
+    bool finish();
 
 private:
     SheetData &m_sheet;

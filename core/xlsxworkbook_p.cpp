@@ -105,6 +105,9 @@ bool readWorkbook(XlsxPackage &package, SheetData &sheet, QString *sheetPart, QS
     SharedStringsHandler sharedStringsHandler(sheet);
     if (!sharedStrings.isEmpty() && package.read(sharedStrings, sharedStringsHandler) != Result::Read)
         return fail(package.errorString());
+    if (!sharedStringsHandler.finish())
+        return fail(QObject::tr("The part %1 passes a limit: no room for its texts in the "
+                                "temporary folder.").arg(sharedStrings));
     const QString styles = targetOfType(relationships, QLatin1String("/styles"));
     StylesHandler stylesHandler;
     if (!styles.isEmpty() && package.read(styles, stylesHandler) != Result::Read)

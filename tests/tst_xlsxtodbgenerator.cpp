@@ -25,6 +25,8 @@ private slots:
     void import();
     void sheets_data();
     void sheets();
+    void largeSharedStrings_data();
+    void largeSharedStrings();
     void memoryIsFlat();
 
 private:
@@ -139,6 +141,44 @@ void tst_XlsxToDBGenerator::sheets()
                                                                   "sqlite_master;") == "0");
         return;
     }
+    Core::XlsxReader reader;
+    QVERIFY(reader.open(file));
+    QCOMPARE(sqliteQuery(database, "SELECT * FROM table1;"), TestSupport::readerText(reader, true));
+}
+
+void tst_XlsxToDBGenerator::largeSharedStrings_data()
+{
+    QTest::addColumn<bool>("tempFolder");
+    QTest::newRow("in a temporary file") << true;
+    QTest::newRow("without a temporary folder") << false;
+}
+
+// Shared strings beyond a few megabytes are read from a file, in any order the cells use them,
+// or from memory when there is no folder for the file.
+void tst_XlsxToDBGenerator::largeSharedStrings()
+{
+    QFETCH(bool, tempFolder);
+    const int count = 200000;
+    QByteArray strings;
+    for (int i = 0; i < count; ++i)
+        strings += "<si><t>" + QByteArray::number(i).rightJustified(24, '~') + "</t></si>";
+    QByteArray rows;
+    for (int row = 0; row < 1000; ++row) {
+        rows += "<row>";
+        for (int column = 0; column < 20; ++column)
+            rows += "{t='s':" + QByteArray::number((row * 7919 + column * 104729) % count) + "}";
+        rows += "</row>";
+    }
+    const QString file = m_dir.filePath("strings.xlsx");
+    QVERIFY(TestSupport::writeParts(file, TestSupport::package(rows, strings)));
+    const QByteArray tmp = qgetenv("TMPDIR");
+    if (!tempFolder)
+        qputenv("TMPDIR", file.toLocal8Bit()); // no folder
+    XlsxToDBGenerator generator;
+    const QString database = m_dir.filePath(QString("strings%1.db").arg(tempFolder));
+    const bool imported = generator.importOriginalFile(file, database);
+    qputenv("TMPDIR", tmp);
+    QVERIFY2(imported, qPrintable(generator.getLog()));
     Core::XlsxReader reader;
     QVERIFY(reader.open(file));
     QCOMPARE(sqliteQuery(database, "SELECT * FROM table1;"), TestSupport::readerText(reader, true));
