@@ -1,7 +1,7 @@
 #include "importsource.h"
 #include "textfilesurvey.h"
 
-#include <core/xlsxreader.h>
+#include <core/xlsxrowreader_p.h>
 
 #include <QFileInfo>
 #include <QObject>
@@ -74,8 +74,9 @@ QString ImportSource::errorString() const
 int ImportSource::columnCount(const QString &path, bool spreadsheet, const QString &separator)
 {
     if (spreadsheet) {
-        Core::XlsxReader reader;
-        return reader.open(path) ? reader.columnCount() : 0;
+        // Checked as the importer reads it, holding no cells: any size of sheet.
+        Core::XlsxRowReader reader;
+        return reader.open(path, false) ? reader.columnCount() : 0;
     }
     const QList<TextFileSurvey::HeadLine> head = TextFileSurvey::head(path, separator);
     return head.isEmpty() ? 0 : head.first().fields;
@@ -85,9 +86,8 @@ qint64 ImportSource::rowCount(const QString &path, bool spreadsheet, const QStri
 {
     if (!spreadsheet)
         return TextFileSurvey::countRows(path, separator);
-    Core::XlsxReader reader;
-    return reader.open(path) && !reader.isEmpty() && reader.columnCount() > 0 ? reader.rowCount()
-                                                                              : 0;
+    Core::XlsxRowReader reader;
+    return reader.open(path, false) && !reader.isEmpty() ? reader.rowCount() : 0;
 }
 
 QString ImportSource::suggestedSeparator(const QString &path, const QString &separator,
