@@ -25,6 +25,7 @@ private slots:
     void import();
     void sheets_data();
     void sheets();
+    void byteOrderMarks();
     void largeSharedStrings_data();
     void largeSharedStrings();
     void memoryIsFlat();
@@ -144,6 +145,21 @@ void tst_XlsxToDBGenerator::sheets()
     Core::XlsxReader reader;
     QVERIFY(reader.open(file));
     QCOMPARE(sqliteQuery(database, "SELECT * FROM table1;"), TestSupport::readerText(reader, true));
+}
+
+// A text is stored as the UTF-16 that the connection binds: SQLite takes a leading U+FEFF or
+// U+FFFE for a byte-order mark and drops it, whichever way the row is written.
+void tst_XlsxToDBGenerator::byteOrderMarks()
+{
+    const QString file = m_dir.filePath("marks.xlsx");
+    const QString database = m_dir.filePath("marks.db");
+    QVERIFY(TestSupport::writeParts(file, TestSupport::package("<row>{t='s':0}</row><row>{t='s':1}"
+            "</row><row>{t='s':2}</row><row>{t='s':3}</row>", "<si><t>_xFFFE_</t></si><si><t>"
+            "a_xFFFE_b</t></si><si><t>_xFFFF_</t></si><si><t>_xFEFF_x</t></si>")));
+    XlsxToDBGenerator generator;
+    QVERIFY2(generator.importOriginalFile(file, database), qPrintable(generator.getLog()));
+    QCOMPARE(sqliteQuery(database, "SELECT group_concat(hex(column1), ',') FROM table1;"),
+             QString(",61EFBFBE62,EFBFBF,78"));
 }
 
 void tst_XlsxToDBGenerator::largeSharedStrings_data()
