@@ -156,10 +156,9 @@ void tst_CsvImporter::unclosedQuote()
     QVERIFY(TestSupport::writeFile(source, "a\n"));
     QVERIFY(importer.importFile(source, m_dir.filePath("after.db")));
     QCOMPARE(importer.errorLine(), 0);
-    QCOMPARE(TestSupport::sqliteQuery(database, "SELECT count(*), max(id) FROM table1;"),
-             QString("50000|50000"));
-    QCOMPARE(TestSupport::sqliteQuery(database, "SELECT count(*) FROM sqlite_master WHERE name = 'table2';"),
-             QString("0"));
+    QCOMPARE(TestSupport::sqliteQuery(database, "SELECT count(*), max(id), (SELECT count(*) FROM "
+                                      "sqlite_master WHERE name = 'table2') FROM table1;"),
+             QString("50000|50000|0"));
 }
 
 // Tables of 50,000 rows, as wide as the widest row so far; a cancel keeps whole tables only.

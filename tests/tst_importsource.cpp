@@ -2,10 +2,14 @@
 #include <database/importsource.h>
 #include <database/inplaceimport.h>
 
+#include "testsupport.h"
+
 #include <QBuffer>
 #include <QtTest>
 
 using namespace Database;
+
+static const QStringList Before{"table1", "table2", "table3", "table01", "table2x", "notes"};
 
 class tst_ImportSource : public QObject
 {
@@ -24,10 +28,7 @@ void tst_ImportSource::keptTables_data()
 {
     QTest::addColumn<qint64>("rows");
     QTest::addColumn<QStringList>("kept");
-    const QStringList before{"table1", "table2", "table3", "table01", "table2x", "notes"};
-    QTest::newRow("nothing imported") << qint64(0) << before;
-    QTest::newRow("one row") << qint64(1)
-                             << QStringList{"table2", "table3", "table01", "table2x", "notes"};
+    QTest::newRow("nothing imported") << qint64(0) << Before;
     QTest::newRow("one full table") << qint64(50000)
                                     << QStringList{"table2", "table3", "table01", "table2x", "notes"};
     QTest::newRow("one row more") << qint64(50001)
@@ -40,15 +41,13 @@ void tst_ImportSource::keptTables()
 {
     QFETCH(qint64, rows);
     QFETCH(QStringList, kept);
-    const QStringList before{"table1", "table2", "table3", "table01", "table2x", "notes"};
-    QCOMPARE(InPlaceImport::keptTables(before, rows), kept);
+    QCOMPARE(InPlaceImport::keptTables(Before, rows), kept);
 }
 
 void tst_ImportSource::stage_data()
 {
     QTest::addColumn<QByteArray>("input");
     QTest::addColumn<bool>("spreadsheet");
-    QTest::newRow("text") << QByteArray("a,b\n1,2\n") << false;
     QTest::newRow("zip archive") << QByteArray("PK\x03\x04rest", 8) << true;
     QTest::newRow("zip prefix only") << QByteArray("PK\x03", 3) << false;
     QTest::newRow("empty") << QByteArray() << false;
@@ -71,9 +70,7 @@ void tst_ImportSource::stage()
         staged = source.stageFile();
         QCOMPARE(source.path(), staged);
         QCOMPARE(source.isSpreadsheet(), spreadsheet);
-        QFile file(staged);
-        QVERIFY(file.open(QIODevice::ReadOnly));
-        QCOMPARE(file.readAll(), input);
+        QCOMPARE(TestSupport::readFile(staged), input);
     }
     QVERIFY(!QFile::exists(staged)); // the staged copy goes with the source
 }
@@ -99,11 +96,9 @@ void tst_ImportSource::suggestedSeparator()
     QFETCH(QString, suggested);
     QFETCH(int, fields);
     QTemporaryDir dir;
-    QFile file(dir.filePath("source.txt"));
-    QVERIFY(file.open(QIODevice::WriteOnly) && file.write(text) == text.size());
-    file.close();
+    QVERIFY(TestSupport::writeFile(dir.filePath("source.txt"), text));
     int found = 0;
-    QCOMPARE(ImportSource::suggestedSeparator(file.fileName(), separator, &found), suggested);
+    QCOMPARE(ImportSource::suggestedSeparator(dir.filePath("source.txt"), separator, &found), suggested);
     QCOMPARE(found, fields);
 }
 

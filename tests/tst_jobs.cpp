@@ -57,12 +57,10 @@ const Database::CsvImporter::Options CsvOptions{Database::CsvImporter::Format::R
 
 QFuture<JobResult> job(const QString &kind, const QString &source, const QString &target)
 {
-    if (kind == "text")
-        return Jobs::importText(source, target, ";");
-    if (kind == "csv")
-        return Jobs::importCsv(source, target, CsvOptions);
-    return kind == "spreadsheet" ? Jobs::importSpreadsheet(source, target)
-                                 : Jobs::exportCsv(source, target);
+    return kind == "text" ? Jobs::importText(source, target, ";")
+            : kind == "csv"   ? Jobs::importCsv(source, target, CsvOptions)
+            : kind == "spreadsheet" ? Jobs::importSpreadsheet(source, target)
+                                    : Jobs::exportCsv(source, target);
 }
 
 // The synchronous call a job of that kind must match.
@@ -379,10 +377,7 @@ static int quitDuringImport(int argc, char **argv)
     QCoreApplication app(argc, argv);
     QFutureWatcher<JobResult> watcher;
     QObject::connect(&watcher, &QFutureWatcher<JobResult>::progressValueChanged, &app,
-                     [](int value) {
-                         if (value > 0)
-                             QCoreApplication::quit();
-                     });
+                     [](int value) { value > 0 ? QCoreApplication::quit() : void(); });
     watcher.setFuture(Jobs::importText(QString::fromLocal8Bit(argv[2]),
                                        QString::fromLocal8Bit(argv[3])));
     return app.exec();
