@@ -62,6 +62,7 @@ void tst_CsvImporter::import_data()
         "Zhao,\"Xi an, Shaanxi\",9\n \"a\"\"b\" ,\"\"\n", "'Zhao'|'Xi an, Shaanxi'|'9'\n' \"a\"\"b\" '|''|''", 3);
     row("line breaks in quotes, LF CRLF and CR ends", "\"1\n2\",x\r\n\"3\r\n4\"\ry\r\"z\"",
         "'1\n2'|'x'\n'3\r\n4'|''\n'y'|''\n'z'|''", 2);
+    row("an empty line of CR ends", "a\r\rb\r", "'a'\n'b'", 1);
     row("text after a closing quote kept", "\"ab\"cd,e\n", "'abcd'|'e'", 2);
     row("several-character separator", "a::b::::c\n\"x::y\"::z\n", "'a'|'b'|''|'c'\n'x::y'|'z'|''|''", 4,
         QStringLiteral("::"));
@@ -79,8 +80,9 @@ void tst_CsvImporter::import_data()
     row("GB18030 chosen over valid UTF-8", "\xc3\xa9\n", "'茅'", 1, ",", Encoding::Gb18030);
     row("per-line: GB2312, UTF-8 after a mark", TestSupport::iconvEncode(QString::fromUtf8("啊,b\n"),
         "GB2312") + "\xef\xbb\xbf\xe5\x90\x8d,\"q\"\n", "'啊'|'b'\n'名'|'q'", 2, ",", Encoding::PerLine);
-    row("line rule: trimmed, empty fields dropped, quotes kept", " Li,,123,ok \nZhao,\"Xi an, "
-        "Shaanxi\"\n\n,,\n", "'Li'|'123'|'ok'\n'Zhao'|'\"Xi an'|' Shaanxi\"'", 3, ",",
+    row("line rule: trimmed, empty fields dropped, quotes kept, any UTF-8", " Li,,123,ok \nZhao,\"Xi an, "
+        "Shaanxi\"\n\n,,\n\xf0\x9f\x98\x80,y,z\n", "'Li'|'123'|'ok'\n'Zhao'|'\"Xi an'|' Shaanxi\"'\n"
+        "'\xf0\x9f\x98\x80'|'y'|'z'", 3, ",",
         Encoding::Automatic, Format::LineRule);
 }
 

@@ -179,7 +179,7 @@ void tst_XlsxToDBGenerator::largeSharedStrings()
     for (int i = 0; i < count; ++i)
         strings += "<si><t>" + QByteArray::number(i).rightJustified(24, '~') + "</t></si>";
     QByteArray rows;
-    for (int row = 0; row < 1000; ++row) {
+    for (int row = 0; row < 4000; ++row) { // past one block of 65,536 cells held
         rows += "<row>";
         for (int column = 0; column < 20; ++column)
             rows += "{t='s':" + QByteArray::number((row * 7919 + column * 104729) % count) + "}";
