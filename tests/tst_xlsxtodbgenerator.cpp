@@ -201,8 +201,9 @@ void tst_XlsxToDBGenerator::largeSharedStrings()
 }
 
 // The resident memory while a sheet is imported does not grow with its rows: 400,000 rows of
-// eight cells take no more than 100,000, which fill the reading ahead and a batch (held whole,
-// they took 28 MB more). Without a usable temporary folder for the rows read ahead, the sheet is
+// eight cells take no more than 100,000, which fill the reading ahead and a batch (kept in
+// memory until the sheet is checked, they took 115 MB more; the margin allows for the heap's
+// own keeping when the suite runs in parallel). Without a usable temporary folder for the rows read ahead, the sheet is
 // read twice, in as little memory and with the same rows.
 void tst_XlsxToDBGenerator::memoryIsFlat()
 {
@@ -250,8 +251,8 @@ void tst_XlsxToDBGenerator::memoryIsFlat()
                          + sqliteQuery(database, "SELECT max(id), column8 FROM " + last + ";"),
                  QString("%1 50000|%2").arg(rows).arg(QString(40, 'h')));
     }
-    QVERIFY2(peaks.at(0) > 0 && peaks.at(1) - peaks.at(0) < 12 * 1024
-                     && peaks.at(2) - peaks.at(0) < 12 * 1024,
+    QVERIFY2(peaks.at(0) > 0 && peaks.at(1) - peaks.at(0) < 20 * 1024
+                     && peaks.at(2) - peaks.at(0) < 20 * 1024,
              qPrintable(QString("%1 KB, then %2 KB, %3 KB").arg(peaks.at(0)).arg(peaks.at(1))
                                 .arg(peaks.at(2))));
 }
