@@ -177,6 +177,8 @@ void tst_Zqdb::encodings()
     QCOMPARE(run.bytes, TestSupport::iconvEncode(QString::fromUtf8("1,杭州,1,\n"), "GBK"));
     QVERIFY(run.err.contains("Exported 1 row(s) of table1"));
     QCOMPARE(zqdb({"cat", database, "--csv", "-"}).out, "column1,column2\n" + text);
+    run = zqdb({"cat", database, "--csv"}, {}, "/dev/full");
+    QVERIFY2(run.exitCode == 1 && run.err.contains("No space left on device"), qPrintable(run.err));
 
     const QString source = m_catalogue->filePath("utf8.csv");
     QVERIFY(TestSupport::writeFile(source, QString::fromUtf8("北京,2\n\n杭州,1\n").toUtf8()));
