@@ -2,6 +2,7 @@
 #include <database/databasehandlerfactory.h>
 #include <database/databasemanager.h>
 #include <database/rowblockreader.h>
+#include <database/rowtextwriter.h>
 
 #include "rowtables.h"
 #include "testsupport.h"
@@ -31,6 +32,7 @@ private slots:
     void matchesRecordValue_data();
     void matchesRecordValue();
     void stopsWithTheSinkAndTheHandler();
+    void writerTellsARefusedWrite();
 
 private:
     Database::DatabaseHandler *open(const QString &sql)
@@ -135,6 +137,17 @@ void tst_RowBlockReader::stopsWithTheSinkAndTheHandler()
     QVERIFY(values == std::vector<QVariant>(4));
     QVERIFY(!reader.readText(0, 1, {0},
                              [](qint64, const RowBlockReader::TextCell *) { return true; }));
+}
+
+// A device that refuses the rows fails the writer, with the system's reason.
+void tst_RowBlockReader::writerTellsARefusedWrite()
+{
+    QFile full("/dev/full");
+    QVERIFY(full.open(QIODevice::WriteOnly | QIODevice::Unbuffered));
+    Database::RowTextWriter writer(&full, Database::RowTextWriter::Csv, {"a"});
+    writer.addRow(QStringList{"1"});
+    QVERIFY(!writer.finish());
+    QCOMPARE(writer.errorString(), QString("No space left on device"));
 }
 
 QTEST_MAIN(tst_RowBlockReader)
