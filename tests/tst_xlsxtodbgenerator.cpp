@@ -148,18 +148,20 @@ void tst_XlsxToDBGenerator::sheets()
 }
 
 // A text is stored as the UTF-16 that the connection binds: SQLite takes a leading U+FEFF or
-// U+FFFE for a byte-order mark and drops it, whichever way the row is written.
+// U+FFFE for a byte-order mark and drops it, and writes a lone surrogate as three bytes, whichever
+// way the row is written.
 void tst_XlsxToDBGenerator::byteOrderMarks()
 {
     const QString file = m_dir.filePath("marks.xlsx");
     const QString database = m_dir.filePath("marks.db");
     QVERIFY(TestSupport::writeParts(file, TestSupport::package("<row>{t='s':0}</row><row>{t='s':1}"
-            "</row><row>{t='s':2}</row><row>{t='s':3}</row>", "<si><t>_xFFFE_</t></si><si><t>"
-            "a_xFFFE_b</t></si><si><t>_xFFFF_</t></si><si><t>_xFEFF_x</t></si>")));
+            "</row><row>{t='s':2}</row><row>{t='s':3}</row><row>{t='s':4}</row>", "<si><t>_xFFFE_</t>"
+            "</si><si><t>a_xFFFE_b</t></si><si><t>_xFFFF_</t></si><si><t>_xFEFF_x</t></si><si><t>"
+            "a_xD83D_</t></si>")));
     XlsxToDBGenerator generator;
     QVERIFY2(generator.importOriginalFile(file, database), qPrintable(generator.getLog()));
     QCOMPARE(sqliteQuery(database, "SELECT group_concat(hex(column1), ',') FROM table1;"),
-             QString(",61EFBFBE62,EFBFBF,78"));
+             QString(",61EFBFBE62,EFBFBF,78,61EDA0BD"));
 }
 
 void tst_XlsxToDBGenerator::largeSharedStrings_data()
