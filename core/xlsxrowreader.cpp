@@ -55,7 +55,7 @@ struct RowChunk
         for (size_t i = 0; i < count; ++i) {
             if (!sheet.appendCellUtf8(rowCells[i], &bytes, rowTexts))
                 inexact.insert(quint32(cells.size()), sheet.cellText(rowCells[i], rowTexts));
-            cells.push_back({rowCells[i].column, bytes.size()});
+            cells.push_back({rowCells[i].column, qint32(bytes.size())});
         }
     }
     bool write(QIODevice &file) const;

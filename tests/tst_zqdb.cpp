@@ -159,7 +159,7 @@ void tst_Zqdb::messages()
 
 void tst_Zqdb::listShowsDefaultFirst()
 {
-    for (const QString &file : {"system/b.db", "system/a.db", "user/C.db"})
+    for (const char *file : {"system/b.db", "system/a.db", "user/C.db"})
         QVERIFY(TestSupport::writeFile(m_catalogue->filePath(file), QByteArray()));
     const QStringList lines = zqdb({"list"}).out.split('\n', Qt::SkipEmptyParts);
     QVERIFY(lines.size() == 3 && lines.at(0).startsWith("* a ") && lines.at(2).startsWith("  b "));
