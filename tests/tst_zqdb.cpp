@@ -172,7 +172,8 @@ void tst_Zqdb::encodings()
     const QString database = m_catalogue->filePath("s.db");
     const QString text = QString::fromUtf8("杭州,1\n");
     Run run = zqdb({"import", "-", database}, TestSupport::iconvEncode(text, "GB2312"));
-    QVERIFY2(run.exitCode == 0 && run.out.isEmpty(), qPrintable(run.err));
+    // No progress bar where standard error is no terminal.
+    QVERIFY2(run.exitCode == 0 && run.out.isEmpty() && !run.err.contains('\r'), qPrintable(run.err));
     run = zqdb({"export", database, "-"});
     QCOMPARE(run.bytes, TestSupport::iconvEncode(QString::fromUtf8("1,杭州,1,\n"), "GBK"));
     QVERIFY(run.err.contains("Exported 1 row(s) of table1"));
