@@ -247,7 +247,6 @@ public:
 
 private:
     static constexpr qint64 MaxQueued = qint64(4) << 20;
-    static constexpr int ReleaseEvery = 4; // chunks
 
     void convert(const RawChunk &raw)
     {
@@ -260,8 +259,7 @@ private:
                 m_store->add(&m_chunk);
         }
         // The shared strings these rows used need not stay in memory.
-        if (++m_converted % ReleaseEvery == 0)
-            m_sheet->releaseSharedStrings();
+        m_sheet->releaseSharedStrings();
     }
 
     std::unique_ptr<SheetData> m_sheet;
@@ -269,7 +267,6 @@ private:
     HandOver<RawChunk> m_raw;
     RowChunk m_chunk;
     std::thread m_thread;
-    int m_converted = 0;
     bool m_direct = false;
 };
 

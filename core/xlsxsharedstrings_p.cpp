@@ -79,8 +79,8 @@ bool SharedStringTable::move(QByteArray *pool)
 
 bool SharedStringTable::finish(QByteArray *pool)
 {
-    m_fileAllowed = m_fileAllowed && m_file;
-    const bool moved = !m_fileAllowed || pool->isEmpty() || move(pool);
+    // The texts left in the pool follow the others into the file.
+    const bool moved = !m_file || pool->isEmpty() || move(pool);
     m_fileAllowed = false;
     return moved && (!m_file || m_file->flush());
 }
