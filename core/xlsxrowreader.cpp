@@ -18,6 +18,10 @@ using namespace Xlsx;
 
 namespace {
 
+// Rows are handed between threads in chunks of this many rows or bytes at most.
+constexpr size_t ChunkRows = 4096;
+constexpr int ChunkBytes = 1 << 20;
+
 // Rows as the pass over the sheet part reads them: only the cells that hold values.
 struct RowChunk
 {
@@ -36,7 +40,7 @@ struct RowChunk
     QByteArray bytes;
     QHash<quint32, QString> inexact; // by cell
     qint64 cost() const { return bytes.size() + qint64(cells.size() + rows.size()) * 8; }
-    bool isFull() const { return rows.size() >= 4096 || bytes.size() >= (1 << 20); }
+    bool isFull() const { return rows.size() >= ChunkRows || bytes.size() >= ChunkBytes; }
     // Empties the chunk and keeps its room.
     void clear()
     {
@@ -191,7 +195,7 @@ struct RawChunk
     std::vector<Cell> cells;
     QByteArray texts;
     qint64 cost() const { return texts.size() + qint64(cells.size()) * 16; }
-    bool isFull() const { return rows.size() >= 4096 || texts.size() >= (1 << 20); }
+    bool isFull() const { return rows.size() >= ChunkRows || texts.size() >= ChunkBytes; }
     void append(const SheetData &sheet, int index, const Cell *rowCells, size_t count)
     {
         rows.push_back({index, quint32(cells.size())});
